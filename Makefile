@@ -1,0 +1,43 @@
+# Quick start: `make test` (both builds and the fuzz smoke run), `make demo`.
+BUILD      ?= build
+ASAN_BUILD ?= build-asan
+FUZZ_SECONDS ?= 20
+CTEST_FLAGS ?= --output-on-failure -j 2
+
+.PHONY: all deps build test test-normal test-asan fuzz bench clean
+
+all: build
+
+deps:
+	@scripts/install-deps.sh
+
+# Normal build: g++, tests and benchmarks.
+$(BUILD)/build.ninja: | deps
+	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=g++ \
+	  -DORVANE_BUILD_TESTS=ON -DORVANE_BUILD_BENCH=ON
+
+build: deps $(BUILD)/build.ninja
+	cmake --build $(BUILD)
+
+# Sanitizer build: clang with ASan+UBSan, tests and libFuzzer targets.
+$(ASAN_BUILD)/build.ninja: | deps
+	cmake -S . -B $(ASAN_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
+	  -DORVANE_BUILD_TESTS=ON -DORVANE_SANITIZE=ON -DORVANE_BUILD_FUZZ=ON
+
+test-normal: build
+	ctest --test-dir $(BUILD) $(CTEST_FLAGS)
+
+test-asan: deps $(ASAN_BUILD)/build.ninja
+	cmake --build $(ASAN_BUILD)
+	ctest --test-dir $(ASAN_BUILD) $(CTEST_FLAGS)
+
+fuzz: test-asan
+	scripts/run-fuzzers.sh $(ASAN_BUILD) $(FUZZ_SECONDS)
+
+test: test-normal test-asan fuzz
+
+bench: build
+	@for b in $(BUILD)/bench/*_bench; do echo "== $$b"; $$b; done
+
+clean:
+	rm -rf $(BUILD) $(ASAN_BUILD)
