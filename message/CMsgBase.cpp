@@ -1,0 +1,3 @@
+#include "message/CMsgBase.h"
+
+CMsgBase::~CMsgBase() = default;

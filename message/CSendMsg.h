@@ -1,0 +1,55 @@
+// CSendMsg: collects typed values into a message. The calling order is: the put calls,
+// terminate(), finish(header), then getBuffer() and size(). Puts after finish() land behind
+// the end mark; nothing prevents it.
+#ifndef ORVANE_MESSAGE_CSENDMSG_H_
+#define ORVANE_MESSAGE_CSENDMSG_H_
+
+#include <cstddef>
+#include <vector>
+
+#include "message/CMsgBase.h"
+
+class CSendMsg : public CMsgBase {
+ public:
+  CSendMsg() = default;
+  ~CSendMsg() override;
+
+  void reset() override;
+  uint64_t pass(uint64_t value) override;
+  int64_t pass(int64_t value) override;
+  double pass(double value) override;
+  float pass(float value) override;
+  unsigned pass(unsigned value) override;
+  MsgInt32 pass(MsgInt32 value) override;
+  int pass(int value) override;
+  MsgUInt32 pass(MsgUInt32 value) override;
+  unsigned char pass(unsigned char value) override;
+  char pass(char value) override;
+  bool pass(bool value) override;
+  // Bytes and text travel as one tag "5" item, text without a terminator.
+  // REQUIRES: fewer than 2^32 - 5 bytes.
+  std::vector<unsigned char>& passBytes(std::vector<unsigned char>& bytes) override;
+  std::string& passString(std::string& text) override;
+  unsigned char* passBlob(unsigned char*& data, unsigned& length) override;
+  void finish(const unsigned char* header) override;
+  // Answers 0: a message being built has no header to check.
+  int checkHeader(const unsigned char* header) override;
+  void terminate() override;
+  // Releases the block of the previous call.
+  const unsigned char* getBuffer() override;
+  // Throws "CSendMsg::setBuffer not allowed".
+  void setBuffer(const unsigned char* data, unsigned length) override;
+  unsigned size() const override;
+
+ private:
+  template <typename T>
+  T append(T value);
+  template <typename Bytes>
+  Bytes& appendBlob(Bytes& bytes);
+  // Makes room for `count` more bytes at the end and returns where they start.
+  unsigned char* grow(std::size_t count);
+
+  std::vector<unsigned char> buffer;
+};
+
+#endif  // ORVANE_MESSAGE_CSENDMSG_H_
