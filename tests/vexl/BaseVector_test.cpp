@@ -1,0 +1,48 @@
+#include "vexl/base_vector.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/TestSupport.h"
+
+namespace {
+
+TEST(BaseVectorTest, AssignCopiesEqualSizesAndToleratesOverlap) {
+  float data[5] = {1, 2, 3, 4, 5};
+  BaseVector<float> front(data, 4);
+  BaseVector<float> back(data + 1, 4);
+  front.Assign(back);
+  EXPECT_EQ(data[0], 2.0f);
+  EXPECT_EQ(data[3], 5.0f);
+  front.Assign(front);
+  ExpectVEXL([&] { front.Assign(BaseVector<float>(data, 3)); }, "unequal vector size",
+             "vexl/base_vector", 381);
+}
+
+TEST(HeapVectorTest, ResizeReallocatesOnlyWhenGrowing) {
+  HeapVector<unsigned char> v(4);
+  unsigned char* storage = v.m_data;
+  v.Resize(2);
+  EXPECT_EQ(v.m_data, storage);
+  EXPECT_EQ(v.m_size, 2u);
+  v.Resize(3);
+  EXPECT_EQ(v.m_size, 3u);
+  v.m_data[2] = 9;
+  const HeapVector<unsigned char> copy = v;
+  EXPECT_NE(copy.m_data, v.m_data);
+  EXPECT_EQ(copy.m_data[2], 9);
+}
+
+TEST(VEXLExceptionTest, KeepsMessageFileAndLineAndReturnsOnlyTheMessage) {
+  const VEXLException e("no matrix in buffer", "vexl/heap_matrix", 499);
+  const VEXLException copy = e;
+  EXPECT_STREQ(copy.what(), "no matrix in buffer");
+  EXPECT_EQ(copy.m_file, "vexl/heap_matrix");
+  EXPECT_EQ(copy.m_line, 499);
+  try {
+    throw copy;
+  } catch (const std::exception& caught) {
+    EXPECT_STREQ(caught.what(), "no matrix in buffer");
+  }
+}
+
+}  // namespace
