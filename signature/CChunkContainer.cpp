@@ -6,26 +6,11 @@
 #include <iostream>
 
 #include "signature/CSignatureHook.h"
+#include "signature/SignatureMessages.h"
 #include "signature/StreamPrimitives.h"
 #include "vexl/ByteOrder.h"
 
 namespace {
-
-const char kVersionMismatch[] = "Error: stream version mismatch";
-const char kTuidMismatch[] = "Error: tuid mismatch";
-const char kFeatParaTwice[] = "FeatPara member already instantiated";
-const char kNoSubChunk[] = "ERROR no sub chunk found!";
-const char kVersionRefused[] = "ERROR stream version not compatible";
-const char kBadSubChunks[] = "ERROR bad stream or sub chunk format)";
-const char kMetaMismatch[] = "ERROR meta chunk mismatch)";
-const char kBadSignatureFrame[] = "Error: bad md5 Signature";
-const char kForeignKey[] =
-    "Error: wrong public key - it's not the correspondent of\n"
-    "the used encryption key. Cannot verify signature!";
-const char kSignatureFailed[] = "Error: signature failed security verification";
-const char kInvalidTuid[] = "ERROR invalid TUID: use values > 0";
-const char kSubscript[] = "ERROR container subscript out of range (size=";
-const char kNoInfo[] = "NO_INFO";
 
 // Band edges and temporal resolution of a stream without "FPAR": 2^-2 and 2^2 kHz, 32.
 constexpr FeatPara kDefaultFeatPara = {250.0f, 4000.0f, 32};
@@ -105,7 +90,7 @@ int CChunkContainer::parseStream(std::istream& in) {
       seenOuter = true;
       uint32_t word = 0;
       if (!readWord(in, word)) {
-        std::cerr << kBadSubChunks << '\n';
+        std::cerr << kChunkBadFormat << '\n';
         return kFailFormat;
       }
       const int32_t w = static_cast<int32_t>(word);
@@ -113,19 +98,19 @@ int CChunkContainer::parseStream(std::istream& in) {
         streamVersion = 2;
         chunkSize = w;
       } else if (w > 4) {
-        std::cerr << kVersionRefused << '\n';
+        std::cerr << kChunkVersionRefused << '\n';
         return 0;
       } else {
         streamVersion = w;
         uint32_t size = 0;
         if (!readVarintChecked(in, size)) {
-          std::cerr << kBadSubChunks << '\n';
+          std::cerr << kChunkBadFormat << '\n';
           return kFailFormat;
         }
         chunkSize = static_cast<int32_t>(size);
       }
       if (parseSubChunks(in, chunkSize, 0) < 1) {
-        std::cerr << kBadSubChunks << '\n';
+        std::cerr << kChunkBadFormat << '\n';
         return kFailFormat;
       }
       bits |= kBitOuter;
@@ -138,7 +123,7 @@ int CChunkContainer::parseStream(std::istream& in) {
       // kept: both the bytes consumed and the declared length are added.
       pos += consumed + length + 4;
       if (pos == 0) {
-        std::cerr << kMetaMismatch << '\n';
+        std::cerr << kChunkMetaMismatch << '\n';
         return kFailFormat;
       }
       if (hook != nullptr) {
@@ -200,7 +185,7 @@ int CChunkContainer::parseSubChunks(std::istream& in, int size, int all) {
   while (size - pos >= 1) {
     unsigned char id[4] = {0, 0, 0, 0};
     if (!readFully(in, id, 4)) {
-      std::cerr << kNoSubChunk << '\n';
+      std::cerr << kChunkNoSubChunk << '\n';
       return -1;
     }
     pos += 4;
@@ -217,7 +202,7 @@ int CChunkContainer::parseSubChunks(std::istream& in, int size, int all) {
         versionText = text;
         versionLength = length;
       } else if (std::strncmp(text.c_str(), versionText.c_str(), length) != 0) {
-        std::cerr << kVersionMismatch << '\n';
+        std::cerr << kChunkVersionMismatch << '\n';
         return -1;
       }
       if (!readPad(in, length, pos)) return -1;
@@ -251,14 +236,14 @@ int CChunkContainer::parseSubChunks(std::istream& in, int size, int all) {
       if (tuid == 0) {
         setTuid(value);
       } else if (value != tuid) {
-        std::cerr << kTuidMismatch << '\n';
+        std::cerr << kChunkTuidMismatch << '\n';
         return -1;
       }
     }
     if (isId(id, "FPAR")) {
       matched = true;
       if (featPara) {
-        std::cerr << kFeatParaTwice << '\n';
+        std::cerr << kChunkFeatParaTwice << '\n';
         throw -1;
       }
       unsigned char para[12];
@@ -297,7 +282,7 @@ int CChunkContainer::parseSubChunks(std::istream& in, int size, int all) {
       pos += 2 + 4 + length;
     }
     if (!matched) {
-      std::cerr << kNoSubChunk << '\n';
+      std::cerr << kChunkNoSubChunk << '\n';
       return -1;
     }
   }
@@ -316,26 +301,26 @@ int CChunkContainer::verifySignatureFrame() {
   const void* data = nullptr;
   const unsigned length = getFrameData(index, data);
   if (length < 4) {
-    std::cerr << kBadSignatureFrame << '\n';
+    std::cerr << kChunkBadSignatureFrame << '\n';
     return kFailSignatureFrame;
   }
   const unsigned char* p = static_cast<const unsigned char*>(data) + 1;
   const unsigned char* end = static_cast<const unsigned char*>(data) + length;
   uint32_t keySize = 0;
   if (!fetchVarint(p, end, keySize) || keySize > static_cast<uint64_t>(end - p)) {
-    std::cerr << kBadSignatureFrame << '\n';
+    std::cerr << kChunkBadSignatureFrame << '\n';
     return kFailSignatureFrame;
   }
   const unsigned char* frameKey = p;
   p += keySize;
   // A key longer than the hook's cannot be its match.
   if (keySize > key.size() || std::memcmp(frameKey, key.data(), keySize) != 0) {
-    std::cerr << kForeignKey << '\n';
+    std::cerr << kChunkForeignKey << '\n';
     return kBitForeignKey;
   }
   uint32_t signatureSize = 0;
   if (!fetchVarint(p, end, signatureSize) || signatureSize > static_cast<uint64_t>(end - p)) {
-    std::cerr << kBadSignatureFrame << '\n';
+    std::cerr << kChunkBadSignatureFrame << '\n';
     return kFailSignatureFrame;
   }
   // Without a "FEAT" chunk there is nothing to hash: refused as a format failure.
@@ -356,7 +341,7 @@ int CChunkContainer::verifySignatureFrame() {
   hook->verifyUpdate(key.data(), static_cast<unsigned>(key.size()));
   hook->verifyUpdate(chunks[0].data.data(), static_cast<unsigned>(chunks[0].data.size()));
   if (hook->verifyFinal(p, signatureSize) != 0) {
-    std::cerr << kSignatureFailed << '\n';
+    std::cerr << kChunkSignatureFailed << '\n';
     return kFailSignature;
   }
   return 0;
@@ -376,7 +361,7 @@ uint32_t CChunkContainer::bodySize() const {
 
 int CChunkContainer::setTuid(uint64_t value) {
   if (value == 0) {
-    std::cerr << kInvalidTuid << '\n';
+    std::cerr << kChunkInvalidTuid << '\n';
     return -1;
   }
   tuid = value;
@@ -384,7 +369,7 @@ int CChunkContainer::setTuid(uint64_t value) {
 }
 
 const char* CChunkContainer::getInfoText() const {
-  return infoLength == 0 ? kNoInfo : infoText.c_str();
+  return infoLength == 0 ? kChunkNoInfo : infoText.c_str();
 }
 
 double CChunkContainer::featureId() const { return numberBehind(versionText, 'F'); }
@@ -393,7 +378,7 @@ double CChunkContainer::contentId() const { return numberBehind(versionText, 'C'
 
 bool CChunkContainer::checkSubscript(int i) const {
   if (i >= 0 && i < subChunkCount()) return true;
-  std::cerr << kSubscript << subChunkCount() << ")\n";
+  std::cerr << kChunkSubscript << subChunkCount() << ")\n";
   return false;
 }
 

@@ -37,4 +37,21 @@ inline constexpr char kActiveFeatureMismatch[] = "Active feature not set or type
 inline constexpr char kNoSignatureEof[] = "no audio signature found in istream (EOF)";
 inline constexpr char kCannotOpenStream[] = "could not open audio signature istream";
 
+// Older chunk form: printed on the error stream by its reader.
+inline constexpr char kChunkVersionMismatch[] = "Error: stream version mismatch";
+inline constexpr char kChunkTuidMismatch[] = "Error: tuid mismatch";
+inline constexpr char kChunkFeatParaTwice[] = "FeatPara member already instantiated";
+inline constexpr char kChunkNoSubChunk[] = "ERROR no sub chunk found!";
+inline constexpr char kChunkVersionRefused[] = "ERROR stream version not compatible";
+inline constexpr char kChunkBadFormat[] = "ERROR bad stream or sub chunk format)";
+inline constexpr char kChunkMetaMismatch[] = "ERROR meta chunk mismatch)";
+inline constexpr char kChunkBadSignatureFrame[] = "Error: bad md5 Signature";
+inline constexpr char kChunkForeignKey[] =
+    "Error: wrong public key - it's not the correspondent of\n"
+    "the used encryption key. Cannot verify signature!";
+inline constexpr char kChunkSignatureFailed[] = "Error: signature failed security verification";
+inline constexpr char kChunkInvalidTuid[] = "ERROR invalid TUID: use values > 0";
+inline constexpr char kChunkSubscript[] = "ERROR container subscript out of range (size=";
+inline constexpr char kChunkNoInfo[] = "NO_INFO";
+
 #endif  // ORVANE_SIGNATURE_SIGNATUREMESSAGES_H_

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <iostream>
 #include <new>
 
 #include "vexl/MatTextScanner.h"
@@ -97,6 +98,35 @@ class HeapMatrix : public BaseMatrix<T> {
       this->m_data[i] = TypeInfo<T>::Load(in);
     }
     return size;
+  }
+
+  // Builds the matrix from the numbered data chunks of an older signature stream, each a MAT
+  // stream, appended in their stored order. A gap in the numbering is reported on the error
+  // stream and reading goes on. Chunks offers subChunkCount(), subChunkIndex(i),
+  // subChunkLength(i) and subChunkData(i).
+  template <typename Chunks>
+  void ReadFromChunks(const Chunks& chunks) {
+    const int count = chunks.subChunkCount();
+    uint64_t total = 0;
+    for (int i = 0; i < count; ++i) total += static_cast<uint32_t>(chunks.subChunkLength(i));
+    // kept: the byte total sizes the storage in elements, an over-allocation for floats.
+    if (m_capacity < total) Reallocate(ElementCount(total, 1));
+    this->m_rows = 0;
+    this->m_cols = 0;
+    if (count == 0) return;
+    ReadFromBuffer(chunks.subChunkData(0), static_cast<uint32_t>(chunks.subChunkLength(0)));
+    int64_t expected = int64_t{chunks.subChunkIndex(0)} + 1;
+    for (int i = 1; i < count; ++i) {
+      const int index = chunks.subChunkIndex(i);
+      if (index != expected) {
+        std::cerr << "warning: expected data chunk id=" << expected << ", but got a" << index
+                  << std::endl;
+      }
+      expected = int64_t{index} + 1;
+      HeapMatrix<T> part;
+      part.ReadFromBuffer(chunks.subChunkData(i), static_cast<uint32_t>(chunks.subChunkLength(i)));
+      AppendMatrix(part);
+    }
   }
 
   uint32_t m_capacity;
