@@ -1,0 +1,283 @@
+#include "database/CFeatureGroup.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "database/SFeatureGroupDef.h"
+
+namespace {
+
+enum { kEdge, kHue, kSat, kVal };
+
+SFeatureGroupDef builtInDef(int index) {
+  std::vector<SFeatureGroupDef> defs;
+  buildFeatureGroupDefs(defs);
+  return defs.at(index);
+}
+
+CFeatureGroup builtIn(int index, uint32_t reserve = 0) {
+  CFeatureGroup group;
+  group.init(builtInDef(index), reserve);
+  return group;
+}
+
+uint32_t tileCount(const CFeatureGroup& g) { return g.binsPerTile * g.tilesX * g.tilesY; }
+
+std::vector<float> constantTiles(const CFeatureGroup& g, float value) {
+  return std::vector<float>(tileCount(g), value);
+}
+
+std::vector<float> vectorOf(const CFeatureGroup& g, const std::vector<float>& tiles) {
+  HeapMatrix<float> out;
+  g.makeVector(out, tiles.data());
+  EXPECT_EQ(out.m_rows, 1u);
+  return std::vector<float>(out.m_data, out.m_data + out.m_cols);
+}
+
+std::string stringThrown(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const std::string& e) {
+    return e;
+  }
+  return "(nothing thrown)";
+}
+
+TEST(FeatureGroupTest, BuiltInGroupsAfterInit) {
+  struct SExpected {
+    const char* name;
+    const char* feature;
+    uint32_t vectorLength, bins, tiles, meanRows;
+    int32_t weightKey;
+    float groupWeight;
+    MakeMeansFunction makeMeans;
+    SDistanceRow row0, row1;
+  };
+  const SExpected expected[] = {
+      {"GRY_EDG", "EDG", 192, 6, 4, 16, 1, 1.0f, MakeMeans16, {0, 96, 2}, {0, 192, 2}},
+      {"HUE_HST", "HUE", 256, 16, 3, 7, 0, 0.4f, MakeMeans3, {0, 144, 0}, {0, 256, 0}},
+      {"SAT_HST", "SAT", 64, 4, 3, 7, 0, 0.3f, MakeMeans3, {0, 36, 0}, {0, 64, 0}},
+      {"VAL_HST", "VAL", 64, 4, 3, 7, 0, 0.3f, MakeMeans3, {0, 36, 0}, {0, 64, 0}},
+  };
+  for (int i = 0; i < 4; ++i) {
+    const SExpected& e = expected[i];
+    SCOPED_TRACE(e.name);
+    const CFeatureGroup g = builtIn(i);
+    EXPECT_EQ(g.name, e.name);
+    EXPECT_EQ(g.featureName, e.feature);
+    EXPECT_EQ(g.vectorLength, e.vectorLength);
+    EXPECT_EQ((g.tilesX * g.tilesY + g.meanRows) * g.binsPerTile, e.vectorLength);
+    EXPECT_EQ(g.binsPerTile, e.bins);
+    EXPECT_EQ(g.tilesX, e.tiles);
+    EXPECT_EQ(g.tilesY, e.tiles);
+    EXPECT_EQ(g.meanRows, e.meanRows);
+    EXPECT_EQ(g.normalise, i == kEdge ? 1u : 0u);
+    EXPECT_EQ(g.weightKey, e.weightKey);
+    EXPECT_EQ(g.groupWeight, e.groupWeight);
+    EXPECT_EQ(g.weightValue, 0.5f);
+    EXPECT_EQ(g.scale, 0.5f * e.groupWeight);
+    EXPECT_EQ(g.makeMeans, e.makeMeans);
+    EXPECT_EQ(g.reserved0, 1u);
+    ASSERT_EQ(g.distanceRows.size(), 5u);
+    EXPECT_EQ(g.distanceRows[0].end, e.row0.end);
+    EXPECT_EQ(g.distanceRows[0].kind, e.row0.kind);
+    EXPECT_EQ(g.distanceRows[1].end, e.row1.end);
+    EXPECT_EQ(g.distanceRows[1].kind, e.row1.kind);
+    ASSERT_EQ(g.distanceFunctions.size(), 5u);
+    EXPECT_EQ(g.distanceFunctions[0], distanceFunctionOfKind(e.row0.kind));
+    EXPECT_EQ(g.normTable.m_size, e.vectorLength);
+  }
+  const CFeatureGroup edge = builtIn(kEdge);
+  EXPECT_EQ(edge.normTable.m_data[0], 0.078622f);
+  EXPECT_EQ(edge.normTable.m_data[95], 0.296526f);
+  EXPECT_EQ(edge.normTable.m_data[98], 0.014598f);
+  EXPECT_EQ(edge.normTable.m_data[191], 0.188103f);
+  const CFeatureGroup hue = builtIn(kHue);
+  EXPECT_EQ(edge.distanceRows[2].start, 0u);
+  EXPECT_EQ(hue.distanceRows[2].start, 144u);
+  EXPECT_EQ(hue.distanceRows[2].end, 160u);
+  EXPECT_EQ(hue.distanceRows[2].kind, 2u);
+}
+
+TEST(FeatureGroupTest, InitReservesExactlyAndSkipsUnknownKinds) {
+  EXPECT_EQ(builtIn(kSat, 1000).items.capacity(), 1000u);
+  SFeatureGroupDef def = builtInDef(kSat);
+  def.distanceRows[0].kind = 6;
+  def.meansKind = 2;
+  CFeatureGroup g;
+  g.init(def, 0);
+  EXPECT_EQ(g.distanceFunctions.size(), 4u);
+  EXPECT_EQ(g.makeMeans, nullptr);
+  // The list now runs out of step with the rows: row 4 has no function left.
+  g.makeMeans = MakeMeans3;
+  const std::vector<float> tiles = constantTiles(g, 1.0f);
+  g.addTiles(tiles.data(), 1, 0, 0);
+  EXPECT_EQ(stringThrown([&] { g.classifyTiles(tiles.data(), 4); }), "Error classifing");
+}
+
+TEST(FeatureGroupTest, EdgeVectorIsNormalisedWithEqualGlobalRows) {
+  const CFeatureGroup edge = builtIn(kEdge);
+  const std::vector<float> v = vectorOf(edge, constantTiles(edge, 1.0f));
+  ASSERT_EQ(v.size(), 192u);
+  // All tiles 1, so every mean is 1 and entry i is 1 / table[i].
+  for (size_t i = 0; i < v.size(); ++i) {
+    EXPECT_EQ(v[i], 1.0f / edge.normTable.m_data[i]) << i;
+  }
+  for (size_t b = 0; b < 6; ++b) {
+    EXPECT_EQ(v[96 + b], v[102 + b]);
+    EXPECT_EQ(v[96 + b], v[108 + b]);
+  }
+}
+
+TEST(FeatureGroupTest, NormalisationOnlyForExactlyOneAndNonZeroEntries) {
+  SFeatureGroupDef def = builtInDef(kEdge);
+  def.normTable.m_data[5] = 0.0f;
+  CFeatureGroup g;
+  g.init(def, 0);
+  std::vector<float> tiles(96, 2.0f);
+  EXPECT_EQ(vectorOf(g, tiles)[5], 2.0f);
+  EXPECT_EQ(vectorOf(g, tiles)[4], 2.0f / def.normTable.m_data[4]);
+  def.normalise = 2;
+  g.init(def, 0);
+  EXPECT_EQ(vectorOf(g, tiles), std::vector<float>(192, 2.0f));
+}
+
+TEST(FeatureGroupTest, ColourVectorKeepsTilesAsGiven) {
+  const CFeatureGroup hue = builtIn(kHue);
+  std::vector<float> tiles(144);
+  for (size_t i = 0; i < tiles.size(); ++i) tiles[i] = 0.001f * static_cast<float>(i * i % 97);
+  const std::vector<float> v = vectorOf(hue, tiles);
+  ASSERT_EQ(v.size(), 256u);
+  EXPECT_EQ(std::vector<float>(v.begin(), v.begin() + 144), tiles);
+}
+
+TEST(FeatureGroupTest, MakeVectorKeepsLargerStorage) {
+  const CFeatureGroup sat = builtIn(kSat);
+  HeapMatrix<float> out(1, 500);
+  const float* storage = out.m_data;
+  const std::vector<float> tiles = constantTiles(sat, 0.25f);
+  sat.makeVector(out, tiles.data());
+  EXPECT_EQ(out.m_data, storage);
+  EXPECT_EQ(out.m_capacity, 500u);
+  EXPECT_EQ(out.m_cols, 64u);
+}
+
+TEST(FeatureGroupTest, IdenticalTilesScoreZeroInEveryMode) {
+  for (int i = 0; i < 4; ++i) {
+    CFeatureGroup g = builtIn(i);
+    std::vector<float> tiles(tileCount(g));
+    for (size_t k = 0; k < tiles.size(); ++k) tiles[k] = 0.01f * static_cast<float>(k % 13);
+    g.addTiles(tiles.data(), 7, 0, 0);
+    for (int mode : {0, 1, 2, 3, 4, 7, -1, -100}) {
+      SCOPED_TRACE(testing::Message() << g.name << " mode " << mode);
+      const std::vector<SClassifyResult>& r = g.classifyTiles(tiles.data(), mode);
+      ASSERT_EQ(r.size(), 1u);
+      EXPECT_EQ(r[0].score, 0.0f);
+      EXPECT_EQ(r[0].idLow, 7u);
+    }
+  }
+}
+
+TEST(FeatureGroupTest, ScoreIsDistanceOfTheModesRowTimesScale) {
+  CFeatureGroup edge = builtIn(kEdge);
+  std::vector<float> stored(96, 0.0f);
+  std::vector<float> query(96, 0.0f);
+  // Normalised, this entry is 1.0 in tile 0 and moves every mean row that covers tile 0.
+  query[0] = edge.normTable.m_data[0];
+  edge.addTiles(stored.data(), 1, 0, 0);
+  edge.scale = 0.1f;
+  // Row 0: tiles only, a distance of 1 / 96.
+  EXPECT_EQ(edge.classifyTiles(query.data(), 0)[0].score, static_cast<float>(1.0 / 96 * 0.1f));
+  // Rows 1 and 7 (clamped to 1) and -1 (clamped to 1) cover the means as well.
+  const float whole = edge.classifyTiles(query.data(), 1)[0].score;
+  EXPECT_GT(whole, static_cast<float>(1.0 / 192 * 0.1f));
+  EXPECT_EQ(edge.classifyTiles(query.data(), 7)[0].score, whole);
+  EXPECT_EQ(edge.classifyTiles(query.data(), -1)[0].score, whole);
+  // A mode equal to the number of rows names no row.
+  EXPECT_EQ(stringThrown([&] { edge.classifyTiles(query.data(), 5); }), "Error classifing");
+}
+
+TEST(FeatureGroupTest, ColourGroupComparesCumulativeSumsPerTile) {
+  CFeatureGroup sat = builtIn(kSat);
+  std::vector<float> stored(36, 0.0f);
+  std::vector<float> query(36, 0.0f);
+  stored[0] = 1.0f;  // tile 0, bin 0
+  query[1] = 1.0f;   // tile 0, bin 1: one step away
+  sat.addTiles(stored.data(), 1, 0, 0);
+  sat.scale = 1.0f;
+  EXPECT_EQ(sat.classifyTiles(query.data(), 0)[0].score, static_cast<float>(1.0 / 36));
+  query[1] = 0.0f;
+  query[4] = 1.0f;  // tile 1, bin 0: counts over all four bins of both tiles
+  EXPECT_EQ(sat.classifyTiles(query.data(), 0)[0].score, static_cast<float>(8.0 / 36));
+}
+
+TEST(FeatureGroupTest, FailuresOfClassify) {
+  CFeatureGroup edge = builtIn(kEdge);
+  const std::vector<float> tiles = constantTiles(edge, 1.0f);
+  EXPECT_EQ(stringThrown([&] { edge.classifyTiles(tiles.data(), 0); }),
+            "classify called to empty database");
+  edge.addTiles(tiles.data(), 1, 0, 0);
+  EXPECT_THROW(edge.classifyTiles(nullptr, 0), std::invalid_argument);
+  // A stored vector of another length is refused by the length-checking kind.
+  edge.items[0].vector.Resize(1, 191);
+  EXPECT_EQ(stringThrown([&] { edge.classifyTiles(tiles.data(), 1); }), "Error classifing");
+}
+
+TEST(FeatureGroupTest, AddRefusesIdZeroAndMissingFeatureWithoutChange) {
+  CFeatureGroup val = builtIn(kVal);
+  const std::vector<float> tiles = constantTiles(val, 1.0f);
+  EXPECT_EQ(stringThrown([&] { val.addTiles(tiles.data(), 0, 0, 0); }),
+            "addSignature used without correct id specified");
+  EXPECT_THROW(val.addTiles(nullptr, 1, 0, 0), std::invalid_argument);
+  EXPECT_TRUE(val.items.empty());
+  val.addTiles(tiles.data(), 0, 1, 9);  // a high word alone is an id
+  ASSERT_EQ(val.items.size(), 1u);
+  EXPECT_EQ(val.items[0].tag, 9u);
+  EXPECT_EQ(val.items[0].vector.m_cols, 64u);
+}
+
+std::vector<uint32_t> idsOf(const CFeatureGroup& g) {
+  std::vector<uint32_t> ids;
+  for (size_t i = 0; i < g.items.size(); ++i) {
+    EXPECT_EQ(g.items[i].index, i);
+    ids.push_back(g.items[i].idLow);
+  }
+  return ids;
+}
+
+TEST(FeatureGroupTest, RemoveMovesTheLastItemIntoTheGap) {
+  CFeatureGroup g = builtIn(kSat);
+  for (uint32_t id : {1, 2, 3, 4, 2}) {
+    const std::vector<float> tiles = constantTiles(g, static_cast<float>(id));
+    g.addTiles(tiles.data(), id, 0, id * 10);
+  }
+  bool found = false;
+  uint32_t position = 0;
+  g.remove(2, 0, found, position);  // the first 2, replaced by the last item (the other 2)
+  EXPECT_TRUE(found);
+  EXPECT_EQ(position, 1u);
+  EXPECT_EQ(idsOf(g), (std::vector<uint32_t>{1, 2, 3, 4}));
+  found = false;
+  g.remove(2, 0, found, position);
+  EXPECT_EQ(idsOf(g), (std::vector<uint32_t>{1, 4, 3}));
+  EXPECT_EQ(g.items[1].tag, 40u);
+  EXPECT_EQ(g.items[1].vector.m_data[0], 4.0f);
+  // A later group trusts the position it is given.
+  found = true;
+  position = 2;
+  g.remove(99, 0, found, position);
+  EXPECT_EQ(idsOf(g), (std::vector<uint32_t>{1, 4}));
+  found = false;
+  EXPECT_EQ(stringThrown([&] { g.remove(3, 0, found, position); }), "Index not found");
+  EXPECT_EQ(stringThrown([&] { g.remove(1, 1, found, position); }), "Index not found");
+  g.remove(1, 0, found, position);
+  found = false;
+  g.remove(4, 0, found, position);
+  EXPECT_EQ(stringThrown([&] { g.remove(4, 0, found, position); }),
+            "Database is emty, item can not be removed");
+}
+
+}  // namespace
