@@ -2,8 +2,9 @@
 
 #include <cmath>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#define ORVANE_KERNELS_AVX2 1
+#include <immintrin.h>
 #endif
 
 namespace {
@@ -113,122 +114,132 @@ double weightedDifference(std::unique_ptr<float[]> x, const float* m, uint32_t m
   return sum / divisor;
 }
 
-#if defined(__SSE2__)
+#if defined(ORVANE_KERNELS_AVX2)
+
+// Eight stored vectors scored side by side, where the processor has AVX2: lane j of a
+// four-double register holds vector j (registers for vectors 0-3 and 4-7). Every lane
+// performs the scalar kernel's operations in the scalar kernel's order (plain IEEE double
+// adds, subtracts and a sign-bit clear; no fused operations), so each lane's result has the
+// scalar bits. Eight independent chains of additions keep the adder busy where one chain
+// would wait on each addition.
+#define ORVANE_AVX2 __attribute__((target("avx2")))
 
 namespace {
 
-// Four stored vectors scored side by side: lane j of a double pair holds vector j (pairs
-// 0-1 and 2-3). Every lane performs the scalar kernel's operations in the scalar kernel's
-// order, so each lane's result has the scalar bits.
-constexpr size_t kLanes = 4;
+constexpr size_t kLanes = 8;
 
-const __m128d kAbsMask = _mm_castsi128_pd(_mm_set1_epi64x(0x7fffffffffffffffLL));
-
-// The entries i..i+3 of four vectors, transposed: column k holds entry i+k of each vector,
-// widened to double as (vectors 0, 1) and (vectors 2, 3).
-struct SColumns {
-  __m128d low[4];
-  __m128d high[4];
-};
-
-inline void widen(__m128 column, __m128d* low, __m128d* high) {
-  *low = _mm_cvtps_pd(column);
-  *high = _mm_cvtps_pd(_mm_movehl_ps(column, column));
-}
-
-inline SColumns loadFour(const float* const* a, uint32_t i) {
+// Entries i..i+3 of four vectors, transposed and widened: column[k] holds entry i + k of
+// vectors 0-3.
+ORVANE_AVX2 inline void loadColumns(const float* const* a, uint32_t i, __m256d* column) {
   __m128 r0 = _mm_loadu_ps(a[0] + i);
   __m128 r1 = _mm_loadu_ps(a[1] + i);
   __m128 r2 = _mm_loadu_ps(a[2] + i);
   __m128 r3 = _mm_loadu_ps(a[3] + i);
   _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
-  SColumns c;
-  widen(r0, &c.low[0], &c.high[0]);
-  widen(r1, &c.low[1], &c.high[1]);
-  widen(r2, &c.low[2], &c.high[2]);
-  widen(r3, &c.low[3], &c.high[3]);
-  return c;
+  column[0] = _mm256_cvtps_pd(r0);
+  column[1] = _mm256_cvtps_pd(r1);
+  column[2] = _mm256_cvtps_pd(r2);
+  column[3] = _mm256_cvtps_pd(r3);
 }
 
-inline SColumns loadOne(const float* const* a, uint32_t i) {
-  SColumns c;
-  widen(_mm_setr_ps(a[0][i], a[1][i], a[2][i], a[3][i]), &c.low[0], &c.high[0]);
-  return c;
+ORVANE_AVX2 inline __m256d loadEntry(const float* const* a, uint32_t i) {
+  return _mm256_cvtps_pd(_mm_setr_ps(a[0][i], a[1][i], a[2][i], a[3][i]));
 }
 
-// Runs `step(column, k, i)` for every entry first <= i < last, four entries per load while
-// at least four remain.
-template <typename Step>
-inline void forEachColumn(const float* const* a, uint32_t first, uint32_t last, Step step) {
-  uint32_t i = first;
-  for (; last - i >= 4; i += 4) {
-    const SColumns c = loadFour(a, i);
-    for (uint32_t k = 0; k < 4; ++k) step(c.low[k], c.high[k], i + k);
-  }
-  for (; i < last; ++i) {
-    const SColumns c = loadOne(a, i);
-    step(c.low[0], c.high[0], i);
-  }
+ORVANE_AVX2 inline __m256d absolute(__m256d x) {
+  return _mm256_andnot_pd(_mm256_set1_pd(-0.0), x);
 }
 
-inline void storeLanes(__m128d low, __m128d high, double divisor, double* out) {
+ORVANE_AVX2 inline void storeLanes(const __m256d* sums, double divisor, double* out) {
   double lanes[kLanes];
-  _mm_storeu_pd(lanes, low);
-  _mm_storeu_pd(lanes + 2, high);
+  _mm256_storeu_pd(lanes, sums[0]);
+  _mm256_storeu_pd(lanes + 4, sums[1]);
   for (size_t j = 0; j < kLanes; ++j) out[j] = lanes[j] / divisor;
 }
 
-void windowedCumulativeDifferenceFour(const float* const* a, const float* b, uint32_t first,
-                                      uint32_t last, uint32_t period, double* out) {
-  __m128d sLow = _mm_setzero_pd(), sHigh = _mm_setzero_pd();
-  __m128d totalLow = _mm_setzero_pd(), totalHigh = _mm_setzero_pd();
+// Kind 0 over eight lanes.
+struct SCumulativeLanes {
+  const float* b;
+  uint32_t period;
+  __m256d s[2] = {_mm256_setzero_pd(), _mm256_setzero_pd()};
+  __m256d total[2] = {_mm256_setzero_pd(), _mm256_setzero_pd()};
   double t = 0.0;
-  forEachColumn(a, first, last, [&](__m128d low, __m128d high, uint32_t i) {
-    if (opensBlock(i - first, period)) {
-      sLow = sHigh = _mm_setzero_pd();
+  // Steps since the block began, counted instead of divided: k % period == 0 exactly when
+  // the count is 0 (with period 0, at k = 0 only).
+  uint32_t inBlock = 0;
+
+  ORVANE_AVX2 void step(__m256d low, __m256d high, uint32_t i) {
+    if (inBlock == 0) {
+      s[0] = s[1] = _mm256_setzero_pd();
       t = 0.0;
     }
-    sLow = _mm_add_pd(sLow, low);
-    sHigh = _mm_add_pd(sHigh, high);
+    if (++inBlock == period) inBlock = 0;
+    s[0] = _mm256_add_pd(s[0], low);
+    s[1] = _mm256_add_pd(s[1], high);
     t += static_cast<double>(b[i]);
-    const __m128d tt = _mm_set1_pd(t);
-    totalLow = _mm_add_pd(totalLow, _mm_and_pd(_mm_sub_pd(sLow, tt), kAbsMask));
-    totalHigh = _mm_add_pd(totalHigh, _mm_and_pd(_mm_sub_pd(sHigh, tt), kAbsMask));
-  });
-  storeLanes(totalLow, totalHigh, stepCount(first, last), out);
+    const __m256d tt = _mm256_set1_pd(t);
+    total[0] = _mm256_add_pd(total[0], absolute(_mm256_sub_pd(s[0], tt)));
+    total[1] = _mm256_add_pd(total[1], absolute(_mm256_sub_pd(s[1], tt)));
+  }
+};
+
+// Kind 2 over eight lanes.
+struct SAbsoluteLanes {
+  const float* b;
+  uint32_t period;
+  __m256d total[2] = {_mm256_setzero_pd(), _mm256_setzero_pd()};
+
+  ORVANE_AVX2 void step(__m256d low, __m256d high, uint32_t i) {
+    const __m256d bi = _mm256_set1_pd(static_cast<double>(b[i]));
+    total[0] = _mm256_add_pd(total[0], absolute(_mm256_sub_pd(low, bi)));
+    total[1] = _mm256_add_pd(total[1], absolute(_mm256_sub_pd(high, bi)));
+  }
+};
+
+// Feeds the entries first <= i < last of eight vectors to `lanes`, in order of i.
+// REQUIRES: first < last; every vector holds at least `last` entries.
+template <typename Lanes>
+ORVANE_AVX2 void scoreEight(const float* const* a, const float* b, uint32_t first,
+                            uint32_t last, uint32_t period, double* out) {
+  Lanes lanes{b, period};
+  uint32_t i = first;
+  for (; last - i >= 4; i += 4) {
+    __m256d low[4], high[4];
+    loadColumns(a, i, low);
+    loadColumns(a + 4, i, high);
+    for (uint32_t k = 0; k < 4; ++k) lanes.step(low[k], high[k], i + k);
+  }
+  for (; i < last; ++i) lanes.step(loadEntry(a, i), loadEntry(a + 4, i), i);
+  storeLanes(lanes.total, stepCount(first, last), out);
 }
 
-void meanAbsoluteDifferenceFour(const float* const* a, const float* b, uint32_t first,
-                                uint32_t last, uint32_t /*period*/, double* out) {
-  __m128d sumLow = _mm_setzero_pd(), sumHigh = _mm_setzero_pd();
-  forEachColumn(a, first, last, [&](__m128d low, __m128d high, uint32_t i) {
-    const __m128d bi = _mm_set1_pd(static_cast<double>(b[i]));
-    sumLow = _mm_add_pd(sumLow, _mm_and_pd(_mm_sub_pd(low, bi), kAbsMask));
-    sumHigh = _mm_add_pd(sumHigh, _mm_and_pd(_mm_sub_pd(high, bi), kAbsMask));
-  });
-  storeLanes(sumLow, sumHigh, stepCount(first, last), out);
+using EightKernel = void (*)(const float* const* a, const float* b, uint32_t first,
+                             uint32_t last, uint32_t period, double* out);
+
+bool haveAvx2() {
+  static const bool have = __builtin_cpu_supports("avx2");
+  return have;
 }
 
-using FourKernel = void (*)(const float* const* a, const float* b, uint32_t first,
-                            uint32_t last, uint32_t period, double* out);
-
-// Groups of four vectors that the kernel accepts go through `four`; any other vector, and
-// the rest of fewer than four, through the scalar kernel.
-void scoreMany(DistanceKernel single, FourKernel four, bool comparesLengths,
+// Groups of eight vectors that the kernel accepts go through `eight` when the processor
+// allows; any other vector, and the rest of fewer than eight, through the scalar kernel.
+void scoreMany(DistanceKernel single, EightKernel eight, bool comparesLengths,
                const float* const* a, const uint32_t* aLength, size_t count, const float* b,
                uint32_t bLength, uint32_t first, uint32_t last, uint32_t period, double* out) {
   const auto accepted = [&](size_t j) {
     return rangeFits(aLength[j], bLength, last) && (!comparesLengths || aLength[j] == bLength);
   };
   size_t j = 0;
-  if (first < last) {
+  if (first < last && haveAvx2()) {
     for (; count - j >= kLanes; j += kLanes) {
-      if (accepted(j) && accepted(j + 1) && accepted(j + 2) && accepted(j + 3)) {
-        four(a + j, b, first, last, period, out + j);
-      } else {
-        for (size_t k = j; k < j + kLanes; ++k) {
-          out[k] = single(a[k], aLength[k], b, bLength, first, last, period);
-        }
+      bool all = true;
+      for (size_t k = j; k < j + kLanes; ++k) all = all && accepted(k);
+      if (all) {
+        eight(a + j, b, first, last, period, out + j);
+        continue;
+      }
+      for (size_t k = j; k < j + kLanes; ++k) {
+        out[k] = single(a[k], aLength[k], b, bLength, first, last, period);
       }
     }
   }
@@ -241,18 +252,18 @@ void windowedCumulativeDifferenceMany(const float* const* a, const uint32_t* aLe
                                       size_t count, const float* b, uint32_t bLength,
                                       uint32_t first, uint32_t last, uint32_t period,
                                       double* out) {
-  scoreMany(windowedCumulativeDifference, windowedCumulativeDifferenceFour, false, a, aLength,
-            count, b, bLength, first, last, period, out);
+  scoreMany(windowedCumulativeDifference, scoreEight<SCumulativeLanes>, false, a, aLength, count,
+            b, bLength, first, last, period, out);
 }
 
 void meanAbsoluteDifferenceMany(const float* const* a, const uint32_t* aLength, size_t count,
                                 const float* b, uint32_t bLength, uint32_t first, uint32_t last,
                                 uint32_t period, double* out) {
-  scoreMany(meanAbsoluteDifference, meanAbsoluteDifferenceFour, true, a, aLength, count, b,
+  scoreMany(meanAbsoluteDifference, scoreEight<SAbsoluteLanes>, true, a, aLength, count, b,
             bLength, first, last, period, out);
 }
 
-#else  // no SSE2: one vector at a time
+#else  // one vector at a time
 
 void windowedCumulativeDifferenceMany(const float* const* a, const uint32_t* aLength,
                                       size_t count, const float* b, uint32_t bLength,
