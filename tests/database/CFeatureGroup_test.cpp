@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "database/SFeatureGroupDef.h"
+#include "tests/database/StringThrown.h"
 
 namespace {
 
@@ -35,15 +36,6 @@ std::vector<float> vectorOf(const CFeatureGroup& g, const std::vector<float>& ti
   g.makeVector(out, tiles.data());
   EXPECT_EQ(out.m_rows, 1u);
   return std::vector<float>(out.m_data, out.m_data + out.m_cols);
-}
-
-std::string stringThrown(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const std::string& e) {
-    return e;
-  }
-  return "(nothing thrown)";
 }
 
 TEST(FeatureGroupTest, BuiltInGroupsAfterInit) {

@@ -5,6 +5,7 @@
 #include <map>
 #include <string>
 #include <vector>
+#include "tests/database/StringThrown.h"
 
 namespace {
 
@@ -71,16 +72,6 @@ class SignatureDatabaseTest : public testing::Test {
 
   CSignatureDatabase db;
 };
-
-template <typename Call>
-std::string stringThrown(Call call) {
-  try {
-    call();
-  } catch (const std::string& e) {
-    return e;
-  }
-  return "(nothing thrown)";
-}
 
 TEST(SignatureDatabaseCreationTest, StartsWithVersionAndHalfPercentWeights) {
   CSignatureDatabase db;
