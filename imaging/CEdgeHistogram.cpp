@@ -1,0 +1,105 @@
+#include "imaging/CEdgeHistogram.h"
+
+#include <cmath>
+#include <cstddef>
+#include <cstring>
+
+#include "imaging/ImagingOperations.h"
+#include "imaging/IppiUtils.h"
+
+namespace {
+
+// Bin of each block type: types 1..5 are bins 0..4, "no edge" (type 0) is bin 5.
+const int kBinOfType[6] = {5, 0, 1, 2, 3, 4};
+
+}  // namespace
+
+CEdgeHistogram::CEdgeHistogram(int, int) : runCount(0), cells(kCells), bins() {}
+
+int CEdgeHistogram::blockSize(int largerSide) {
+  const unsigned m = static_cast<unsigned>(largerSide);
+  const unsigned area = (3u * m * m) >> 2;
+  const double x = std::sqrt(area / static_cast<double>(kDesiredBlocks));
+  const int side = 2 * static_cast<int>(0.5 * x);
+  return side < 2 ? 2 : side;
+}
+
+// Quadrant sums a (top-left), b (top-right), c (bottom-left), d (bottom-right) are exact; each
+// becomes a mean as sum * (1 / (n n 0.25)) in double. Responses in double:
+//   1: |a - b + c - d|   2: |a + b - c - d|   3: sqrt(2) |a - d|   4: sqrt(2) |b - c|
+//   5: 2 |a - b - c + d|
+// A later type wins only if strictly greater; the best below the threshold means no edge.
+int CEdgeHistogram::classifyBlock(const unsigned char* block, int stride, int n, int threshold) {
+  const int h = n / 2;
+  int sum[4] = {0, 0, 0, 0};
+  for (int r = 0; r < n; ++r) {
+    const unsigned char* line = block + static_cast<ptrdiff_t>(r) * stride;
+    const int top = r < h ? 0 : 2;
+    for (int col = 0; col < n; ++col) sum[top + (col < h ? 0 : 1)] += line[col];
+  }
+  const double scale = 1.0 / (n * n * 0.25);
+  const double a = sum[0] * scale, b = sum[1] * scale, c = sum[2] * scale, d = sum[3] * scale;
+  const double root2 = std::sqrt(2.0);
+  const double response[6] = {0.0,
+                              std::fabs(a - b + c - d),
+                              std::fabs(a + b - c - d),
+                              root2 * std::fabs(a - d),
+                              root2 * std::fabs(b - c),
+                              2.0 * std::fabs(a - b - c + d)};
+  int best = 1;
+  for (int type = 2; type <= 5; ++type) {
+    if (response[type] > response[best]) best = type;
+  }
+  return response[best] < threshold ? 0 : best;
+}
+
+void CEdgeHistogram::scan(const unsigned char* data, int width, int stride, int height, int block,
+                          int threshold, float* bins) {
+  int blocks[kCells] = {};
+  int types[kCells][kBins] = {};
+  const unsigned w = static_cast<unsigned>(width);
+  const unsigned hgt = static_cast<unsigned>(height);
+  const unsigned step = static_cast<unsigned>(block);
+  unsigned y = 0;
+  do {
+    const unsigned char* line = data + static_cast<size_t>(y) * static_cast<unsigned>(stride);
+    const unsigned cellRow = (4 * y) / hgt;
+    unsigned x = 0;
+    do {
+      const unsigned cell = 4 * cellRow + (4 * x) / w;
+      ++blocks[cell];
+      ++types[cell][kBinOfType[classifyBlock(line + x, stride, block, threshold)]];
+      x += step;
+    } while (x <= w - step);
+    y += step;
+  } while (y <= hgt - step);
+
+  // Every cell gets at least one block for the sizes the engine scans.
+  for (int cell = 0; cell < kCells; ++cell) {
+    for (int bin = 0; bin < kBins; ++bin) {
+      bins[cell * kBins + bin] =
+          static_cast<float>(static_cast<double>(types[cell][bin]) / blocks[cell]);
+    }
+  }
+}
+
+int CEdgeHistogram::compute(const CImageBuffer& gray, float* out) {
+  ++runCount;
+  const int shorter = gray.roiWidth < gray.roiHeight ? gray.roiWidth : gray.roiHeight;
+  if (shorter < kMinShorterSide) {
+    if (IppiUtils_ResizeToFixedShorterSide(gray, edgeImage, kMinShorterSide, kInterCubic) == -1) {
+      return -1;
+    }
+  } else {
+    edgeImage.attach(gray.height, gray.width, gray.channels, gray.depth, gray.planar, gray.lineStep,
+                     gray.data, gray.roiWidth, gray.roiHeight, gray.rectX, gray.rectY,
+                     gray.rectWidth, gray.rectHeight, 2);
+  }
+  const int larger =
+      edgeImage.roiWidth > edgeImage.roiHeight ? edgeImage.roiWidth : edgeImage.roiHeight;
+  // Kept: stride = region height, height = line step (see the header).
+  scan(edgeImage.data, edgeImage.roiWidth, edgeImage.roiHeight, edgeImage.lineStep,
+       blockSize(larger), kEdgeThreshold, bins);
+  std::memcpy(out, bins, sizeof bins);
+  return kCells * kBins;
+}

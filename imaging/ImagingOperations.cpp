@@ -1,0 +1,188 @@
+#include "imaging/ImagingOperations.h"
+
+#include <cstddef>
+
+#include "vexl/ByteOrder.h"
+
+SwapChannelsFn swapChannels = nullptr;
+RgbToGrayFn rgbToGray = nullptr;
+RgbToHsvFn rgbToHsv = nullptr;
+HistogramEvenFn histogramEven = nullptr;
+ResizeFn resize3 = nullptr;
+ResizeFn resize1 = nullptr;
+
+namespace {
+
+// One implementation per slot; a column is usable when it has all of them.
+struct Column {
+  SwapChannelsFn swapChannels;
+  RgbToGrayFn rgbToGray;
+  RgbToHsvFn rgbToHsv;
+  HistogramEvenFn histogramEven;
+  ResizeFn resize3;
+  ResizeFn resize1;
+};
+
+// Columns in the order they are tried. A vectorised column goes in front of the portable one.
+const Column kColumns[] = {
+    {swapChannelsGeneric, rgbToGrayGeneric, rgbToHsvGeneric, histogramEvenGeneric, resize3Generic,
+     resize1Generic},
+};
+
+bool complete(const Column& c) {
+  return c.swapChannels && c.rgbToGray && c.rgbToHsv && c.histogramEven && c.resize3 && c.resize1;
+}
+
+// Checks, then convert(srcPixel, dstPixel) for every pixel of the region; the source has 3
+// bytes per pixel and the target DstChannels.
+template <int DstChannels, typename Convert>
+int convertPixels(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep, int width,
+                  int height, Convert convert) {
+  if (src == nullptr || dst == nullptr) return kStsNullPtrErr;
+  if (width < 1 || height < 1) return kStsSizeErr;
+  if (srcStep < 1 || dstStep < 1) return kStsStepErr;
+  for (int y = 0; y < height; ++y) {
+    const unsigned char* s = src + static_cast<ptrdiff_t>(y) * srcStep;
+    unsigned char* d = dst + static_cast<ptrdiff_t>(y) * dstStep;
+    for (int x = 0; x < width; ++x, s += 3, d += DstChannels) convert(s, d);
+  }
+  return kStsNoErr;
+}
+
+int clampLevel(int level) { return level < 0 ? 0 : (level > 256 ? 256 : level); }
+
+// Float constants of the colour conversion, given by bit pattern and used widened to double.
+const double kHsvHalf = floatFromBits(0x3EFFFFDE);   // 0.4999989867
+const double kHsvSixth = floatFromBits(0x3E2AAAAB);  // 0.1666666716
+
+}  // namespace
+
+int selectProcessor() {
+  for (const Column& c : kColumns) {
+    if (!complete(c)) continue;
+    swapChannels = c.swapChannels;
+    rgbToGray = c.rgbToGray;
+    rgbToHsv = c.rgbToHsv;
+    histogramEven = c.histogramEven;
+    resize3 = c.resize3;
+    resize1 = c.resize1;
+    return 0;
+  }
+  return -1;
+}
+
+int swapChannelsGeneric(unsigned char* data, int step, int width, int height, const int order[3]) {
+  if (data == nullptr || order == nullptr) return kStsNullPtrErr;
+  if (width < 1 || height < 1) return kStsSizeErr;
+  if (step < 1) return kStsStepErr;
+  for (int k = 0; k < 3; ++k) {
+    if (order[k] < 0 || order[k] > 2) return kStsChannelOrderErr;
+  }
+  for (int y = 0; y < height; ++y) {
+    unsigned char* p = data + static_cast<ptrdiff_t>(y) * step;
+    for (int x = 0; x < width; ++x, p += 3) {
+      const unsigned char old[3] = {p[0], p[1], p[2]};
+      p[0] = old[order[0]];
+      p[1] = old[order[1]];
+      p[2] = old[order[2]];
+    }
+  }
+  return kStsNoErr;
+}
+
+// gray = (1225 r + 2404 g + 467 b) >> 12 in integers, no rounding term; the weights sum to
+// 4096, so white stays 255.
+int rgbToGrayGeneric(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep,
+                     int width, int height) {
+  return convertPixels<1>(
+      src, srcStep, dst, dstStep, width, height, [](const unsigned char* s, unsigned char* d) {
+        d[0] = static_cast<unsigned char>((1225 * s[0] + 2404 * s[1] + 467 * s[2]) >> 12);
+      });
+}
+
+// V = max(r, g, b), m = min; V == 0 or V == m gives H = S = 0. Otherwise, with d = V - m, in
+// double: S = trunc(255 * (d / V) + half); rc, gc, bc = (V - channel) * (1 / d);
+// h = bc - gc if r == V, then 2 + rc - bc if g == V, then 4 - rc + gc if b == V (the later
+// rule wins a tie); x = h * 255 * sixth, plus 255 if negative; H = trunc(x + half). The circle
+// maps onto 0..255, not 0..256. half and sixth are the float constants above.
+int rgbToHsvGeneric(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep,
+                    int width, int height) {
+  return convertPixels<3>(
+      src, srcStep, dst, dstStep, width, height, [](const unsigned char* s, unsigned char* d) {
+        const int r = s[0], g = s[1], b = s[2];
+        const int v = r > g ? (r > b ? r : b) : (g > b ? g : b);
+        const int m = r < g ? (r < b ? r : b) : (g < b ? g : b);
+        int hue = 0;
+        int sat = 0;
+        if (v != 0 && v != m) {
+          const int diff = v - m;
+          sat = static_cast<int>(255.0 * (static_cast<double>(diff) / v) + kHsvHalf);
+          const double inv = 1.0 / diff;
+          const double rc = (v - r) * inv;
+          const double gc = (v - g) * inv;
+          const double bc = (v - b) * inv;
+          double h = 0.0;
+          if (r == v) h = bc - gc;
+          if (g == v) h = 2.0 + rc - bc;
+          if (b == v) h = 4.0 - rc + gc;
+          double angle = h * 255.0 * kHsvSixth;
+          if (angle < 0.0) angle = angle + 255.0;
+          hue = static_cast<int>(angle + kHsvHalf);
+        }
+        d[0] = static_cast<unsigned char>(hue);
+        d[1] = static_cast<unsigned char>(sat);
+        d[2] = static_cast<unsigned char>(v);
+      });
+}
+
+// Levels: span = upper - lower, q = span / (n - 1), r = span % (n - 1); level 0 is lower and
+// each next level adds q, plus 1 for the first r steps. Levels are clamped to 0..256 before
+// counting, so with upper 255 the value 255 falls into no bin (kept: the colour features are
+// defined with that loss). The last entry of hist is not written.
+int histogramEvenGeneric(const unsigned char* src, int srcStep, int width, int height,
+                         int* const hist[3], int* const levels[3], const int levelCount[3],
+                         const int lower[3], const int upper[3]) {
+  if (src == nullptr || hist == nullptr || levels == nullptr || levelCount == nullptr ||
+      lower == nullptr || upper == nullptr) {
+    return kStsNullPtrErr;
+  }
+  for (int c = 0; c < 3; ++c) {
+    if (hist[c] == nullptr || levels[c] == nullptr) return kStsNullPtrErr;
+  }
+  for (int c = 0; c < 3; ++c) {
+    if (levelCount[c] < 2) return kStsHistoLevelsErr;
+  }
+  if (width < 1 || height < 1) return kStsSizeErr;
+  if (srcStep < 1) return kStsStepErr;
+
+  for (int c = 0; c < 3; ++c) {
+    const int steps = levelCount[c] - 1;
+    const int span = upper[c] - lower[c];
+    const int quotient = span / steps;
+    const int remainder = span % steps;
+    levels[c][0] = lower[c];
+    for (int k = 1; k <= steps; ++k) {
+      levels[c][k] = levels[c][k - 1] + quotient + (k <= remainder ? 1 : 0);
+    }
+  }
+
+  int counts[3][256] = {};
+  for (int y = 0; y < height; ++y) {
+    const unsigned char* s = src + static_cast<ptrdiff_t>(y) * srcStep;
+    for (int x = 0; x < width; ++x, s += 3) {
+      ++counts[0][s[0]];
+      ++counts[1][s[1]];
+      ++counts[2][s[2]];
+    }
+  }
+
+  for (int c = 0; c < 3; ++c) {
+    for (int k = 0; k + 1 < levelCount[c]; ++k) {
+      int sum = 0;
+      const int to = clampLevel(levels[c][k + 1]);
+      for (int value = clampLevel(levels[c][k]); value < to; ++value) sum += counts[c][value];
+      hist[c][k] = sum;
+    }
+  }
+  return kStsNoErr;
+}

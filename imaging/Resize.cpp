@@ -1,0 +1,269 @@
+// The portable resize: separable interpolation through neighbouring samples, with source
+// coordinates that make the first and last pixels of source and target coincide.
+#include <cmath>
+#include <cstddef>
+#include <memory>
+#include <new>
+
+#include "imaging/ImagingOperations.h"
+#include "imaging/Truncate.h"
+#include "vexl/ByteOrder.h"
+
+namespace {
+
+enum class Method { kNearest, kLinear, kCubic };
+
+// 0.33333334, the float constant of the cubic's third difference, used widened to double.
+const double kThird = floatFromBits(0x3EAAAAAB);
+
+// Guards exact values against truncating a step short.
+constexpr double kGuard = 1e-7;
+
+// Source pixels per target pixel along one axis. With scaled = size * factor: 0 when scaled
+// is at most 1, else (size - 1) * (1 / (scaled - 1)), which aligns the corners. Nearest
+// neighbour alone uses 1 / factor when the factor or its inverse is a whole number.
+double axisStep(int size, double factor, Method method) {
+  if (method == Method::kNearest) {
+    const double inverse = 1.0 / factor;
+    if (factor == std::floor(factor) || inverse == std::floor(inverse)) return 1.0 / factor;
+  }
+  const double scaled = size * factor;
+  if (scaled <= 1.0) return 0.0;
+  return (size - 1) * (1.0 / (scaled - 1.0));
+}
+
+// Fills the coordinate table of one axis: index[j] is the absolute source sample the
+// interpolation is centred on, frac[j] the position relative to it. The position s is a
+// running double sum of the step (summed, not multiplied); i = trunc(s + 1e-7) in region
+// coordinates. Cubic: the last sample becomes i - 2 with t = 2, the first i + 1 and the one
+// before last i - 1, so that samples i - 1 .. i + 2 stay inside; linear: the last sample
+// becomes i - 1 with t = 1. Otherwise t = float(s - i).
+void buildAxis(int origin, int size, int sourceSize, double factor, int outSize, Method method,
+               int* index, float* frac) {
+  const double step = axisStep(size, factor, method);
+  const int last = sourceSize - 1;
+  double s = 0.0;
+  for (int j = 0; j < outSize; ++j, s += step) {
+    int i = truncToInt(s + kGuard) + origin;
+    // Guard only: the corner-aligned step cannot carry s past the last sample.
+    if (i > last) i = last;
+    float t;
+    if (method == Method::kCubic && i == last) {
+      i -= 2;
+      t = 2.0f;
+    } else if (method == Method::kLinear && i == last) {
+      i -= 1;
+      t = 1.0f;
+    } else {
+      if (method == Method::kCubic) {
+        if (i == 0) {
+          i += 1;
+        } else if (i == last - 1) {
+          i -= 1;
+        }
+      }
+      t = static_cast<float>(s - (i - origin));
+    }
+    index[j] = i;
+    frac[j] = t;
+  }
+}
+
+// Newton form of the cubic through samples at -1, 0, 1, 2, all in double:
+//   a = 1 + t, b = a * t * 0.5, c = (t - 1) * b * 0.33333334
+//   d1 = p1 - p0, d2 = (p2 - p1) - d1, d3 = p1 - 2 p2 + p3 - d2
+//   result = p0 + d3 c + d2 b + d1 a   (added left to right)
+// The horizontal pass keeps c in double; the vertical pass rounds it to a float.
+struct CubicWeights {
+  double a, b, c;
+};
+
+CubicWeights cubicWeights(float t) {
+  const double a = 1.0 + t;
+  const double b = a * t * 0.5;
+  return {a, b, (t - 1.0) * b * kThird};
+}
+
+template <int C>
+void cubicRow(const unsigned char* row, const int* xIndex, const CubicWeights* w, int outWidth,
+              float* out) {
+  for (int x = 0; x < outWidth; ++x) {
+    const unsigned char* p = row + static_cast<ptrdiff_t>(xIndex[x] - 1) * C;
+    const CubicWeights wx = w[x];
+    for (int k = 0; k < C; ++k) {
+      const int p0 = p[k], p1 = p[k + C], p2 = p[k + 2 * C], p3 = p[k + 3 * C];
+      const int d1 = p1 - p0;
+      const int d2 = (p2 - p1) - d1;
+      const int d3 = p1 - 2 * p2 + p3 - d2;
+      out[x * C + k] = static_cast<float>(p0 + d3 * wx.c + d2 * wx.b + d1 * wx.a);
+    }
+  }
+}
+
+// Linear horizontal pass: float(p0 + t (p1 - p0)) in double.
+template <int C>
+void linearRow(const unsigned char* row, const int* xIndex, const float* xFrac, int outWidth,
+               float* out) {
+  for (int x = 0; x < outWidth; ++x) {
+    const unsigned char* p = row + static_cast<ptrdiff_t>(xIndex[x]) * C;
+    const double t = xFrac[x];
+    for (int k = 0; k < C; ++k) {
+      out[x * C + k] = static_cast<float>(p[k] + t * (p[k + C] - p[k]));
+    }
+  }
+}
+
+// trunc(v + 1e-7) clamped to 0..255: no rounding to nearest.
+unsigned char toByte(double v) {
+  const int i = static_cast<int>(v + kGuard);
+  return static_cast<unsigned char>(i < 0 ? 0 : (i > 255 ? 255 : i));
+}
+
+// Vertical cubic pass over n floats of four stored lines; c is rounded to a float here.
+void cubicColumns(const float* const* lines, int n, float t, unsigned char* dst) {
+  const CubicWeights wide = cubicWeights(t);
+  const double a = wide.a, b = wide.b, c = static_cast<float>(wide.c);
+  const float *l0 = lines[0], *l1 = lines[1], *l2 = lines[2], *l3 = lines[3];
+  for (int j = 0; j < n; ++j) {
+    const double p0 = l0[j], p1 = l1[j], p2 = l2[j], p3 = l3[j];
+    const double d1 = p1 - p0;
+    const double d2 = (p2 - p1) - d1;
+    const double d3 = p1 - 2.0 * p2 + p3 - d2;
+    dst[j] = toByte(p0 + d3 * c + d2 * b + d1 * a);
+  }
+}
+
+void linearColumns(const float* const* lines, int n, float t, unsigned char* dst) {
+  const double tt = t;
+  const float *l0 = lines[0], *l1 = lines[1];
+  for (int j = 0; j < n; ++j) {
+    const double p0 = l0[j];
+    dst[j] = toByte(p0 + tt * (l1[j] - p0));
+  }
+}
+
+template <int C>
+void nearestResize(const unsigned char* src, int srcStep, const int* xIndex, const int* yIndex,
+                   int outWidth, int outHeight, unsigned char* dst, int dstStep) {
+  for (int y = 0; y < outHeight; ++y) {
+    const unsigned char* row = src + static_cast<ptrdiff_t>(yIndex[y]) * srcStep;
+    unsigned char* out = dst + static_cast<ptrdiff_t>(y) * dstStep;
+    for (int x = 0; x < outWidth; ++x) {
+      for (int k = 0; k < C; ++k) out[x * C + k] = row[xIndex[x] * C + k];
+    }
+  }
+}
+
+// Working memory of one resize: a coordinate table per axis, the cubic's horizontal weights
+// and four rotating line buffers of outWidth * C floats.
+struct Workspace {
+  std::unique_ptr<int[]> xIndex, yIndex;
+  std::unique_ptr<float[]> xFrac, yFrac, lines;
+  std::unique_ptr<CubicWeights[]> xWeights;
+
+  bool allocate(int outWidth, int outHeight, int channels) {
+    xIndex.reset(new (std::nothrow) int[outWidth]);
+    yIndex.reset(new (std::nothrow) int[outHeight]);
+    xFrac.reset(new (std::nothrow) float[outWidth]);
+    yFrac.reset(new (std::nothrow) float[outHeight]);
+    lines.reset(new (std::nothrow) float[4 * static_cast<size_t>(outWidth) * channels]);
+    xWeights.reset(new (std::nothrow) CubicWeights[outWidth]);
+    return xIndex && yIndex && xFrac && yFrac && lines && xWeights;
+  }
+};
+
+template <int C>
+int resizeC(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int rx, int ry,
+            int rw, int rh, unsigned char* dst, int dstStep, int dstWidth, int dstHeight,
+            double xFactor, double yFactor, int interpolation) {
+  if (src == nullptr || dst == nullptr) return kStsNullPtrErr;
+  if (srcWidth < 1 || srcHeight < 1) return kStsSizeErr;
+  if (srcStep < 1 || dstStep < 1) return kStsStepErr;
+  if (rx < 0 || ry < 0 || rw < 1 || rh < 1 || dstWidth < 1 || dstHeight < 1) return kStsSizeErr;
+  if (rx >= srcWidth || ry >= srcHeight) return kStsOutsideSource;
+  if (!(xFactor > 0.0) || !(yFactor > 0.0)) return kStsResizeFactorErr;
+  if (interpolation != kInterNearest && interpolation != kInterLinear &&
+      interpolation != kInterCubic) {
+    return kStsInterpolationErr;
+  }
+
+  Method method = interpolation == kInterCubic    ? Method::kCubic
+                  : interpolation == kInterLinear ? Method::kLinear
+                                                  : Method::kNearest;
+  if (srcWidth < 2 || srcHeight < 2) {
+    method = Method::kNearest;
+  } else if ((srcWidth < 4 || srcHeight < 4) && method == Method::kCubic) {
+    method = Method::kLinear;
+  }
+
+  if (rw > srcWidth - rx) rw = srcWidth - rx;
+  if (rh > srcHeight - ry) rh = srcHeight - ry;
+
+  // outWidth = trunc(rw * xFactor + 1e-7) limited to 1..dstWidth; likewise the height.
+  int outWidth = truncToInt(rw * xFactor + kGuard);
+  int outHeight = truncToInt(rh * yFactor + kGuard);
+  outWidth = outWidth < 1 ? 1 : (outWidth > dstWidth ? dstWidth : outWidth);
+  outHeight = outHeight < 1 ? 1 : (outHeight > dstHeight ? dstHeight : outHeight);
+
+  Workspace ws;
+  if (!ws.allocate(outWidth, outHeight, C)) return kStsMemAllocErr;
+  buildAxis(rx, rw, srcWidth, xFactor, outWidth, method, ws.xIndex.get(), ws.xFrac.get());
+  buildAxis(ry, rh, srcHeight, yFactor, outHeight, method, ws.yIndex.get(), ws.yFrac.get());
+
+  if (method == Method::kNearest) {
+    nearestResize<C>(src, srcStep, ws.xIndex.get(), ws.yIndex.get(), outWidth, outHeight, dst,
+                     dstStep);
+    return kStsNoErr;
+  }
+
+  const bool cubic = method == Method::kCubic;
+  if (cubic) {
+    for (int x = 0; x < outWidth; ++x) ws.xWeights[x] = cubicWeights(ws.xFrac[x]);
+  }
+  // Source line l lives in buffer l % 4 and is interpolated when the y table first reaches
+  // it; the table never goes back, so each line is computed at most once.
+  const int lineFloats = outWidth * C;
+  int held[4] = {-1, -1, -1, -1};
+  const float* lines[4];
+  const int first = cubic ? -1 : 0;
+  const int count = cubic ? 4 : 2;
+  for (int y = 0; y < outHeight; ++y) {
+    for (int n = 0; n < count; ++n) {
+      const int line = ws.yIndex[y] + first + n;
+      float* buffer = ws.lines.get() + static_cast<ptrdiff_t>(line & 3) * lineFloats;
+      if (held[line & 3] != line) {
+        const unsigned char* row = src + static_cast<ptrdiff_t>(line) * srcStep;
+        if (cubic) {
+          cubicRow<C>(row, ws.xIndex.get(), ws.xWeights.get(), outWidth, buffer);
+        } else {
+          linearRow<C>(row, ws.xIndex.get(), ws.xFrac.get(), outWidth, buffer);
+        }
+        held[line & 3] = line;
+      }
+      lines[n] = buffer;
+    }
+    unsigned char* out = dst + static_cast<ptrdiff_t>(y) * dstStep;
+    if (cubic) {
+      cubicColumns(lines, lineFloats, ws.yFrac[y], out);
+    } else {
+      linearColumns(lines, lineFloats, ws.yFrac[y], out);
+    }
+  }
+  return kStsNoErr;
+}
+
+}  // namespace
+
+int resize3Generic(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int x, int y,
+                   int width, int height, unsigned char* dst, int dstStep, int dstWidth,
+                   int dstHeight, double xFactor, double yFactor, int interpolation) {
+  return resizeC<3>(src, srcWidth, srcHeight, srcStep, x, y, width, height, dst, dstStep, dstWidth,
+                    dstHeight, xFactor, yFactor, interpolation);
+}
+
+int resize1Generic(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int x, int y,
+                   int width, int height, unsigned char* dst, int dstStep, int dstWidth,
+                   int dstHeight, double xFactor, double yFactor, int interpolation) {
+  return resizeC<1>(src, srcWidth, srcHeight, srcStep, x, y, width, height, dst, dstStep, dstWidth,
+                    dstHeight, xFactor, yFactor, interpolation);
+}

@@ -1,0 +1,145 @@
+#include "imaging/CEdgeHistogram.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "imaging/ImagingOperations.h"
+#include "imaging/IppiUtils.h"
+
+namespace {
+
+class EdgeHistogram : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(selectProcessor(), 0);
+    gray.create(256, 256, 1, 8, 0, 2);
+  }
+
+  // Fills the gray buffer with f(x, y) and sets its region.
+  template <typename F>
+  void paint(int roiWidth, int roiHeight, F f) {
+    for (int y = 0; y < 256; ++y) {
+      for (int x = 0; x < 256; ++x) gray.data[y * 256 + x] = static_cast<unsigned char>(f(x, y));
+    }
+    gray.roiWidth = roiWidth;
+    gray.roiHeight = roiHeight;
+  }
+
+  CImageBuffer gray;
+  CEdgeHistogram edge{256, 256};
+  float out[96] = {};
+};
+
+TEST(CEdgeHistogramRules, BlockSizeAssumesFourByThree) {
+  const int sides[][2] = {{256, 6}, {230, 6}, {229, 4}, {154, 4}, {153, 2}, {70, 2}, {1, 2}};
+  for (const auto& s : sides) {
+    SCOPED_TRACE(s[0]);
+    EXPECT_EQ(CEdgeHistogram::blockSize(s[0]), s[1]);
+  }
+}
+
+// Blocks of 2x2 (the quadrant means are the pixels) and 4x4, written as lines of pixels.
+TEST(CEdgeHistogramRules, ClassifiesByStrongestResponse) {
+  struct Case {
+    const char* name;
+    int n;
+    std::vector<unsigned char> pixels;
+    int type;
+  };
+  const Case cases[] = {
+      // Step of 100: responses 200, 0, 141.4, 141.4, 0.
+      {"vertical step", 2, {100, 0, 100, 0}, 1},
+      {"horizontal step", 2, {100, 100, 0, 0}, 2},
+      {"diagonal 45", 2, {90, 0, 0, 0}, 5},  // 90, 90, 127.3, 0, 180
+      {"diagonal 135", 2, {0, 40, 0, 0}, 5},
+      {"a = 11", 2, {11, 0, 0, 0}, 5},             // 11, 11, 15.56, 0, 22
+      {"only diagonal", 2, {50, 30, 30, 10}, 3},   // 40, 40, 56.6, 0, 0
+      {"other diagonal", 2, {30, 50, 10, 30}, 4},  // 0, 40, 0, 56.6, 0
+      {"flat", 2, {77, 77, 77, 77}, 0},
+      // Left quadrant sums 22 (mean 5.5): response 11 equals the threshold, an edge.
+      {"at threshold", 4, {6, 5, 0, 0, 5, 6, 0, 0, 6, 5, 0, 0, 5, 6, 0, 0}, 1},
+      // Sums 21 (mean 5.25): response 10.5, below it.
+      {"below threshold", 4, {6, 5, 0, 0, 5, 5, 0, 0, 6, 5, 0, 0, 5, 5, 0, 0}, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(CEdgeHistogram::classifyBlock(c.pixels.data(), c.n, c.n, 11), c.type);
+  }
+}
+
+// On 256x256 with blocks of 6, x and y take 42 values; the cell columns and rows get 11, 11,
+// 10 and 10 of them, so a cell holds 121, 110 or 100 blocks. One edge block at the top-left
+// of every cell shows the count as 1 / count.
+TEST_F(EdgeHistogram, CellsHoldDifferentNumbersOfBlocks) {
+  const int starts[4] = {0, 66, 132, 192};
+  paint(256, 256, [&](int x, int y) {
+    for (int sy : starts) {
+      for (int sx : starts) {
+        if (y >= sy && y < sy + 6 && x >= sx && x < sx + 3) return 200;
+      }
+    }
+    return 0;
+  });
+  ASSERT_EQ(edge.compute(gray, out), 96);
+  EXPECT_EQ(edge.edgeImage.data, gray.data);  // scanned in place
+  const int counts[4] = {11, 11, 10, 10};
+  for (int row = 0; row < 4; ++row) {
+    for (int col = 0; col < 4; ++col) {
+      SCOPED_TRACE(std::to_string(row) + "," + std::to_string(col));
+      const int blocks = counts[row] * counts[col];
+      const float* cell = out + (row * 4 + col) * 6;
+      EXPECT_EQ(cell[0], static_cast<float>(1.0 / blocks));
+      EXPECT_EQ(cell[5], static_cast<float>((blocks - 1.0) / blocks));
+    }
+  }
+}
+
+// One bright run of six pixels at line 96, columns 0..5, on black. Scanned as stored, it is
+// the top line of block (0, 96): one horizontal edge in cell 4. A landscape region of 256x192
+// is scanned with 192 bytes per scan line over 256 scan lines: the run starts scan line 128
+// (block line 126, cell 4) and ends scan line 127 at x 192 (cell 7), so two blocks see it.
+TEST_F(EdgeHistogram, LandscapeRegionIsScannedSheared) {
+  const auto run = [](int x, int y) { return y == 96 && x < 6 ? 200 : 0; };
+  for (int roiHeight : {256, 192}) {
+    SCOPED_TRACE(roiHeight);
+    paint(256, roiHeight, run);
+    ASSERT_EQ(edge.compute(gray, out), 96);
+    for (int cell = 0; cell < 16; ++cell) {
+      float horizontal = 0.0f;
+      if (cell == 4) horizontal = 1.0f / 121;
+      if (cell == 7 && roiHeight == 192) horizontal = 1.0f / 110;
+      EXPECT_EQ(out[cell * 6 + 1], horizontal) << cell;
+    }
+  }
+}
+
+TEST_F(EdgeHistogram, FirstFlatPhotoFailsThenTheEnlargementWorks) {
+  paint(256, 50, [](int x, int) { return x % 6 < 3 ? 200 : 0; });
+  for (float& v : out) v = -1.0f;
+  EXPECT_EQ(edge.compute(gray, out), -1);
+  EXPECT_EQ(out[0], -1.0f);
+  EXPECT_EQ(edge.edgeImage.channels, 0);
+
+  paint(256, 256, [](int, int) { return 10; });
+  ASSERT_EQ(edge.compute(gray, out), 96);
+  paint(256, 50, [](int x, int) { return x % 6 < 3 ? 200 : 0; });
+  ASSERT_EQ(edge.compute(gray, out), 96);
+  EXPECT_EQ(edge.edgeImage.borrowed, 0);
+  EXPECT_EQ(edge.edgeImage.roiWidth, 70);
+  EXPECT_EQ(edge.edgeImage.roiHeight, 70);
+  EXPECT_EQ(edge.edgeImage.lineStep, 72);
+  EXPECT_EQ(edge.runCount, 3);
+}
+
+TEST(IppiUtils, ChannelMismatchFailsWithoutTouchingTheTarget) {
+  ASSERT_EQ(selectProcessor(), 0);
+  CImageBuffer source, target;
+  source.create(256, 256, 1, 8, 0, 2);
+  EXPECT_EQ(IppiUtils_ResizeToFixedShorterSide(source, target, 70, kInterCubic), -1);
+  EXPECT_EQ(target.data, nullptr);
+  EXPECT_EQ(target.width, 0);
+}
+
+}  // namespace
