@@ -1,0 +1,21 @@
+// The Quant block: the stream form of a CQuantModule<float> inside a feature object stream
+// (see doc/formats.md). Blocks are only ever parsed; a stream carries them back out as the
+// raw bytes that were read.
+#ifndef ORVANE_FEATURE_QUANTBLOCK_H_
+#define ORVANE_FEATURE_QUANTBLOCK_H_
+
+#include <cstdint>
+
+#include "feature/CQuantModule.h"
+
+// Bytes of a quantiser entry, and the extra bytes of a polynomial one.
+inline constexpr uint32_t kQuantEntryBytes = 14;
+inline constexpr uint32_t kPolynomialExtraBytes = 8;
+
+// Adds the quantisers of the block to module and returns the bytes parsed. The block's own
+// length field is not used: size bounds the parse, and a block that ends inside an entry
+// fails with "format error in input stream". An unknown quantiser type fails with "unknown
+// type of quantizer found"; the quantiser constructors' own throws pass through.
+uint32_t ParseQuantBlock(const unsigned char* block, uint32_t size, CQuantModule<float>* module);
+
+#endif  // ORVANE_FEATURE_QUANTBLOCK_H_

@@ -1,0 +1,179 @@
+#include "feature/CQuant.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "feature/CQuant_log.h"
+#include "feature/CQuant_polynomial.h"
+#include "feature/CQuant_sin.h"
+
+namespace {
+
+unsigned char Q(const CQuant& q, float x) {
+  unsigned char out = 0xee;
+  q.Quantize(&out, &x, 1);
+  return out;
+}
+
+float D(const CQuant& q, unsigned char i) {
+  float out = -1.0f;
+  q.Dequantize(&out, &i, 1);
+  return out;
+}
+
+template <typename F>
+int IntegerThrown(F f) {
+  try {
+    f();
+  } catch (int code) {
+    return code;
+  }
+  return 0;
+}
+
+template <typename F>
+std::string TextThrown(F f) {
+  try {
+    f();
+  } catch (const std::string& text) {
+    return text;
+  }
+  return "";
+}
+
+TEST(CQuantTest, LinearEdges) {
+  const CQuant q(0.0f, 1.0f, 256, false);
+  EXPECT_EQ(q.m_step, 1.0f / 256);
+  EXPECT_EQ(Q(q, 0.0f), 0);
+  EXPECT_EQ(Q(q, 0.5f), 128);
+  EXPECT_EQ(Q(q, 1.0f), 255);
+  EXPECT_EQ(Q(q, 7.0f), 255);
+  EXPECT_EQ(Q(q, -7.0f), 0);
+  EXPECT_EQ(Q(q, std::numeric_limits<float>::quiet_NaN()), 0);
+  EXPECT_EQ(Q(q, 0.99999994f), 255);
+  EXPECT_EQ(D(q, 255), 0.998046875f);
+  EXPECT_EQ(D(q, 0), 0.001953125f);
+
+  const CQuant exact(0.0f, 1.0f, 256, true);
+  EXPECT_EQ(exact.m_step, 1.0f / 255);
+  EXPECT_EQ(D(exact, 0), 0.0f);
+  EXPECT_EQ(D(exact, 1), static_cast<float>(1.5 * static_cast<double>(1.0f / 255)));
+  EXPECT_EQ(Q(exact, 0.5f), 127);  // floor(0.5 * 255.00000x)
+}
+
+TEST(CQuantTest, ConstructorsAndRangeChecksThrowIntegers) {
+  EXPECT_EQ(IntegerThrown([] { CQuant(1.0f, 1.0f, 8, false); }), -1);
+  EXPECT_EQ(IntegerThrown([] { CQuant_sin(0.0f, 1.0f, 0, false); }), -2);
+  EXPECT_EQ(IntegerThrown([] { CQuant_polynomial(2.0f, 1.0f, 0, false, -1.0f, 1.0f); }), -1);
+  const CQuant_log q(-9.0f, -1.0f, 4, false);
+  const unsigned char in[3] = {1, 4, 2};
+  float out[3] = {0, 0, 0};
+  EXPECT_EQ(IntegerThrown([&] { q.Dequantize(out, in, 3); }), -3);
+  EXPECT_NE(out[0], 0.0f) << "values before the bad index are written";
+  EXPECT_EQ(out[2], 0.0f);
+  // One level with exactMin: the step is infinite, every inside value quantises to 0.
+  const CQuant one(0.0f, 1.0f, 1, true);
+  EXPECT_TRUE(std::isinf(one.m_step));
+  EXPECT_EQ(Q(one, 0.5f), 0);
+}
+
+TEST(CQuantTest, LogarithmicClipsBeforeTheLogarithm) {
+  const CQuant_log q(-9.0f, -1.0f, 256, false);
+  EXPECT_EQ(q.m_minLinear, static_cast<float>(1e-9));
+  EXPECT_EQ(q.m_step, 8.0f / 256);
+  for (float x : {0.0f, -1.0f, 1e-9f, -std::numeric_limits<float>::infinity()}) {
+    SCOPED_TRACE(x);
+    EXPECT_EQ(Q(q, x), 0);
+  }
+  EXPECT_EQ(Q(q, 1e-5f), 128);  // log10 -5 lies 4 of 8 decades up
+  EXPECT_EQ(Q(q, 0.5f), 255);
+  EXPECT_EQ(D(q, 0), static_cast<float>(std::pow(10.0, -9 + 0.5 * 0.03125)));
+  const CQuant_log exact(-9.0f, -1.0f, 256, true);
+  EXPECT_EQ(D(exact, 0), static_cast<float>(1e-9)) << "index 0 is 10^m_min";
+}
+
+TEST(CQuantTest, SineSquared) {
+  const CQuant_sin q(0.0f, 1.0f, 256, true);  // exactMin does not change the multiplier
+  EXPECT_EQ(Q(q, 0.5f), 127);  // sin^2(pi/4) is 0.49999999999999989 in double
+  EXPECT_EQ(Q(q, 0.25f), 37);                  // 256 * 0.1464466
+  EXPECT_EQ(Q(q, 1.0f), 255);
+  EXPECT_EQ(D(q, 0), 0.0f);
+  const CQuant_sin plain(0.0f, 1.0f, 256, false);
+  EXPECT_EQ(D(plain, 128),
+            static_cast<float>(std::asin(std::sqrt(128.5 / 256)) * (2.0 / 3.14159265358979323846)));
+}
+
+TEST(CQuantTest, EveryCurveQuantisesItsOwnCellCentresBack) {
+  std::vector<std::unique_ptr<CQuant>> curves;
+  curves.emplace_back(new CQuant(-2.0f, 3.0f, 256, false));
+  curves.emplace_back(new CQuant(-2.0f, 3.0f, 256, true));
+  curves.emplace_back(new CQuant_log(-9.0f, -1.0f, 256, false));
+  curves.emplace_back(new CQuant_sin(0.0f, 0.1f, 256, false));
+  curves.emplace_back(new CQuant_polynomial(0.0f, 10.0f, 100, false, 1.0f, 1.0f));
+  for (size_t c = 0; c < curves.size(); ++c) {
+    for (int i = 1; i < curves[c]->m_levels - 1; ++i) {
+      SCOPED_TRACE(testing::Message() << "curve " << c << " index " << i);
+      EXPECT_EQ(Q(*curves[c], D(*curves[c], static_cast<unsigned char>(i))), i);
+    }
+  }
+}
+
+TEST(CQuantPolynomialTest, CoefficientsAndMonotonyCheck) {
+  const CQuant_polynomial line(0.0f, 1.0f, 256, false, 1.0f, 1.0f);
+  EXPECT_EQ(line.m_cubic, 0.0f);
+  EXPECT_EQ(line.m_quadratic, 0.0f);
+  EXPECT_EQ(line.m_linear, 1.0f);
+  EXPECT_EQ(line.GetRisingAtZero(), 1.0f);
+  const CQuant_polynomial flatEnds(0.0f, 1.0f, 256, false, 0.0f, 0.0f);  // 3t^2 - 2t^3
+  EXPECT_EQ(flatEnds.m_cubic, -2.0f);
+  EXPECT_EQ(flatEnds.m_quadratic, 3.0f);
+  EXPECT_EQ(flatEnds.GetRisingAtOne(), 0.0f);
+  EXPECT_EQ(CQuant(0.0f, 1.0f, 2, false).GetRisingAtOne(), 1.0f);
+  EXPECT_EQ(TextThrown([] { CQuant_polynomial(0.0f, 1.0f, 256, false, 5.0f, 0.0f); }),
+            "polynomial doesn't rise in all points between 0 and 1");
+  EXPECT_EQ(TextThrown([] { CQuant_polynomial(0.0f, 1.0f, 256, false, 1.0f, -0.1f); }),
+            "rising must be greater or equal zero");
+  // 3 and 0: a double root at t = 1, the edge, is accepted; 0 and 3 likewise at t = 0.
+  EXPECT_EQ(TextThrown([] { CQuant_polynomial(0.0f, 1.0f, 256, false, 3.0f, 0.0f); }), "");
+  EXPECT_EQ(TextThrown([] { CQuant_polynomial(0.0f, 1.0f, 256, false, 0.0f, 3.0f); }), "");
+}
+
+TEST(CQuantPolynomialTest, InverseTableIsBuiltInExactly1000Steps) {
+  const CQuant_polynomial line(0.0f, 1.0f, 4, false, 1.0f, 1.0f);
+  ASSERT_EQ(line.m_inverse.size(), 5u);
+  EXPECT_EQ(line.m_inverse[0], 0.0f);
+  EXPECT_NEAR(line.m_inverse[2], 0.5f, 0.0011f);
+  EXPECT_EQ(line.m_inverse[4], 1.0f);
+  // Index 2 of 4: entry 2 and 3 around t = 0.5 and 0.75; the middle of the cell in t.
+  EXPECT_EQ(D(line, 2),
+            static_cast<float>(line.m_inverse[2] +
+                               0.5 * (line.m_inverse[3] - line.m_inverse[2])));
+
+  const CQuant_polynomial many(0.0f, 1.0f, 2000, false, 1.0f, 1.0f);
+  ASSERT_EQ(many.m_inverse.size(), 2001u);
+  EXPECT_GT(many.m_inverse[999], 0.99f);
+  EXPECT_EQ(many.m_inverse[1000], 0.0f) << "1000 steps write at most 1000 entries";
+  EXPECT_EQ(many.m_inverse[1999], 0.0f);
+  EXPECT_EQ(many.m_inverse[2000], 1.0f);
+
+  // Steeper than the grid: slope 3 at 0 asks for more than one entry per step at first.
+  const CQuant_polynomial steep(0.0f, 1.0f, 1000, false, 3.0f, 0.0f);
+  EXPECT_EQ(steep.m_inverse[3], 0.003f);
+}
+
+TEST(CQuantPolynomialTest, ExactMinTopIndexUsesTheLastEntry) {
+  const CQuant_polynomial q(2.0f, 4.0f, 8, true, 1.0f, 1.0f);
+  ASSERT_EQ(q.m_inverse.size(), 8u);
+  EXPECT_EQ(q.m_inverse.back(), 1.0f);
+  EXPECT_EQ(D(q, 7), 4.0f);
+  EXPECT_EQ(D(q, 0), 2.0f);
+  EXPECT_EQ(Q(q, 3.0f), 3);  // floor(p(0.5) * 7)
+  EXPECT_EQ(Q(q, 5.0f), 7);
+}
+
+}  // namespace

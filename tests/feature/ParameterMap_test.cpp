@@ -1,0 +1,115 @@
+#include "feature/ParameterMap.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <sstream>
+
+#include "tests/TestSupport.h"
+
+namespace {
+
+// {"uf": 4000} and {"msPerRow": "30", "x": ""} in the written form.
+const char kUintMap[] = "03 696e74 01  02 7566 04 00000fa0";
+const char kTextMap[] = "06 737472696e67 02  08 6d7350657252 6f77 02 3330  01 78 00";
+
+template <typename T>
+uint32_t Read(ParameterMap<T>& map, const Bytes& bytes, int version) {
+  return map.ReadFromStream(bytes.data(), static_cast<uint32_t>(bytes.size()), version);
+}
+
+template <typename T>
+Bytes Write(const ParameterMap<T>& map) {
+  Bytes out(map.GetStreamSize());
+  EXPECT_EQ(map.WriteToStream(out.data()), out.size());
+  return out;
+}
+
+TEST(ParameterMapTest, WritesGoldenVersion2FormInKeyOrder) {
+  ParameterMap<unsigned int> numbers;
+  numbers.Set("uf", 1);
+  numbers.Set("uf", 4000);  // a later value replaces an earlier one
+  EXPECT_EQ(ToHex(Write(numbers)), ToHex(Hex(kUintMap)));
+  ParameterMap<std::string> texts;
+  texts.Set("x", "");
+  texts.Set("msPerRow", "30");
+  EXPECT_EQ(texts.GetStreamSize(), 23u);
+  EXPECT_EQ(ToHex(Write(texts)), ToHex(Hex(kTextMap)));
+  EXPECT_EQ(ParameterMap<std::string>().GetStreamSize(), 0u);
+  EXPECT_EQ(ParameterMap<std::string>().WriteToStream(nullptr), 0u);
+}
+
+TEST(ParameterMapTest, ReadsBothVersionsAndRewritesTheSameBytes) {
+  ParameterMap<unsigned int> numbers;
+  ASSERT_EQ(Read(numbers, Hex(kUintMap) + Hex("ffff"), 2), 13u);
+  EXPECT_EQ(numbers["uf"], 4000u);
+  EXPECT_EQ(Write(numbers), Hex(kUintMap));
+  ParameterMap<std::string> texts;
+  ASSERT_EQ(Read(texts, Hex(kTextMap), 2), 23u);
+  EXPECT_EQ(Write(texts), Hex(kTextMap));
+
+  // Version 1: fixed 16-byte text fields, padding kept; fixed 4-byte numbers.
+  const Bytes v1Text = Hex("06 737472696e67 01 08 6d7350657252 6f77") +
+                       Text("30") + Bytes(14, 0);
+  ASSERT_EQ(Read(texts, v1Text, 1), v1Text.size());
+  ASSERT_EQ(texts["msPerRow"].size(), 16u);
+  EXPECT_EQ(std::atof(texts["msPerRow"].c_str()), 30.0);
+  ASSERT_EQ(Read(numbers, Hex("03 696e74 01 02 6c66 000000fa"), 1), 12u);
+  EXPECT_EQ(numbers["lf"], 250u);
+  EXPECT_EQ(numbers.count("uf"), 0u) << "reading replaces the whole map";
+}
+
+TEST(ParameterMapTest, ReadingQuirks) {
+  ParameterMap<unsigned int> numbers;
+  numbers.Set("old", 1);
+  // Another map's type word: not recognised, nothing changes.
+  EXPECT_EQ(Read(numbers, Hex(kTextMap), 2), 0u);
+  EXPECT_EQ(Read(numbers, Hex("03 696e75 00"), 2), 0u);
+  EXPECT_EQ(numbers.size(), 1u);
+  // A count of 0 empties the map and consumes the type word and two bytes.
+  EXPECT_EQ(Read(numbers, Hex("03 696e74 00 ff"), 2), 5u);
+  EXPECT_TRUE(numbers.empty());
+  // A number is its first four bytes; the cursor moves by the length byte. First key stays.
+  EXPECT_EQ(Read(numbers, Hex("03 696e74 02 01 61 06 00000007 ffff 01 61 04 00000009"), 2), 21u);
+  EXPECT_EQ(numbers["a"], 7u);
+  EXPECT_EQ(numbers.size(), 1u);
+  ParameterMap<std::string> texts;
+  EXPECT_EQ(Read(texts, Hex("06 737472696e67 02 01 6b 01 41 01 6b 01 42"), 2), 16u);
+  EXPECT_EQ(texts["k"], "A");
+}
+
+TEST(ParameterMapTest, EveryCutStreamFailsWithTheFormatError) {
+  const Bytes lengthByteTooShort = Hex("03 696e74 01 01 61 02 0000");
+  for (const Bytes& whole : {Hex(kUintMap), lengthByteTooShort}) {
+    const size_t last = whole == lengthByteTooShort ? whole.size() : whole.size() - 1;
+    for (size_t n = 0; n <= last; ++n) {
+      SCOPED_TRACE(n);
+      const Bytes prefix(whole.begin(), whole.begin() + n);
+      ParameterMap<unsigned int> map;
+      try {
+        Read(map, prefix, 2);
+        ADD_FAILURE() << "no failure";
+      } catch (const FeatureObjException& e) {
+        EXPECT_STREQ(e.what(), "CFeatureObject: format error in input stream");
+      }
+    }
+  }
+}
+
+TEST(ParameterMapTest, PrintsHeaderAndOneTabbedLinePerEntry) {
+  ParameterMap<unsigned int> numbers;
+  std::ostringstream out;
+  numbers.Print(out);
+  EXPECT_EQ(out.str(), "");
+  numbers.Set("uf", 4000);
+  numbers.Set("lf", 250);
+  numbers.Print(out);
+  EXPECT_EQ(out.str(), "Parameter map <int>:\n\tlf\t = 250\n\tuf\t = 4000\n");
+  ParameterMap<std::string> texts;
+  texts.Set("msPerRow", "30");
+  std::ostringstream textOut;
+  texts.Print(textOut);
+  EXPECT_EQ(textOut.str(), "Parameter map <string>:\n\tmsPerRow\t = 30\n");
+}
+
+}  // namespace

@@ -1,0 +1,88 @@
+#include "feature/QuantBlock.h"
+
+#include <gtest/gtest.h>
+
+#include "feature/FeatureObjException.h"
+#include "tests/TestSupport.h"
+
+namespace {
+
+// One quantiser of each type: linear 0..1 over 2 columns, logarithmic -9..-1 with exactMin
+// over 1, sine-squared 0..1 with 16 levels over 1, polynomial 0..10 with slopes 1 and 1 over 1.
+const char kBlock[] =
+    "00000046 0004"
+    "01 00000000 3f800000 0002 0100 00"
+    "02 c1100000 bf800000 0001 0100 01"
+    "03 00000000 3f800000 0001 0010 00"
+    "04 00000000 41200000 0001 0100 00 3f800000 3f800000";
+
+uint32_t Parse(const Bytes& block, CQuantModule<float>* module) {
+  return ParseQuantBlock(block.data(), static_cast<uint32_t>(block.size()), module);
+}
+
+TEST(QuantBlockTest, ParsesEveryQuantiserTypeOfTheGoldenBlock) {
+  CQuantModule<float> module(5);
+  ASSERT_EQ(Parse(Hex(kBlock) + Hex("ffff"), &module), 70u);
+  ASSERT_EQ(module.GetQuantizerCount(), 4u);
+  EXPECT_EQ(module.GetTotalColumns(), 5u);
+  for (uint32_t i = 0; i < 4; ++i) EXPECT_EQ(module.GetQuantizerType(i), static_cast<int>(i + 1));
+  const CQuant& log = *module.m_quantizers[1];
+  EXPECT_EQ(log.m_min, -9.0f);
+  EXPECT_EQ(log.m_max, -1.0f);
+  EXPECT_EQ(log.m_levels, 256);
+  EXPECT_TRUE(log.m_exactMin);
+  EXPECT_EQ(module.m_quantizers[2]->m_levels, 16);
+  EXPECT_EQ(module.m_quantizers[3]->GetRisingAtOne(), 1.0f);
+
+  float row[5] = {0.5f, 1.0f, 1e-5f, 0.5f, 5.0f};
+  const HeapVector<unsigned char>& bytes = module.QuantizeRow(BaseVector<float>(row, 5));
+  EXPECT_EQ(ToHex(Bytes(bytes.m_data, bytes.m_data + 5)), "80ff7f0780");
+}
+
+TEST(QuantBlockTest, EmptyBlockAndFailures) {
+  CQuantModule<float> module(3);
+  EXPECT_EQ(Parse(Hex("00000006 0000"), &module), 6u);
+  EXPECT_EQ(module.GetQuantizerCount(), 0u);
+  try {
+    Parse(Hex("00000014 0001 05 00000000 3f800000 0001 0100 00"), &module);
+    ADD_FAILURE();
+  } catch (const FeatureObjException& e) {
+    EXPECT_STREQ(e.what(), "CFeatureObject: unknown type of quantizer found");
+  }
+  EXPECT_THROW(Parse(Hex("00000014 0001 01 00000000 3f800000 0001 0000 00"), &module), int);
+  const Bytes block = Hex(kBlock);
+  for (size_t n = 0; n < block.size(); ++n) {
+    SCOPED_TRACE(n);
+    CQuantModule<float> cut(5);
+    const Bytes prefix(block.begin(), block.begin() + n);
+    try {
+      Parse(prefix, &cut);
+      ADD_FAILURE();
+    } catch (const FeatureObjException& e) {
+      EXPECT_STREQ(e.what(), "CFeatureObject: format error in input stream");
+    }
+  }
+}
+
+TEST(CQuantModuleTest, RowsLeaveUncoveredColumnsAndNeverPassTheirBuffers) {
+  CQuantModule<float> module(5);
+  module.AddQuantizer(new CQuant(0.0f, 1.0f, 256, false), 2);
+  module.AddQuantizer(new CQuant(0.0f, 0.1f, 256, false), 2);
+  float row[5] = {0.5f, 1.0f, 0.05f, 0.0f, 0.7f};
+  const HeapVector<unsigned char>& bytes = module.QuantizeRow(BaseVector<float>(row, 5));
+  EXPECT_EQ(ToHex(Bytes(bytes.m_data, bytes.m_data + 5)), "80ff800000");
+  bytes.m_data[4] = 0x77;
+  module.QuantizeRow(BaseVector<float>(row, 5));
+  EXPECT_EQ(bytes.m_data[4], 0x77) << "the fifth byte is left as it was";
+
+  // Column counts that promise more than the row or the module has are cut at the end.
+  CQuantModule<float> wide(2);
+  wide.AddQuantizer(new CQuant(0.0f, 1.0f, 4, false), 60000);
+  const HeapVector<unsigned char>& two = wide.QuantizeRow(BaseVector<float>(row, 5));
+  EXPECT_EQ(two.m_size, 2u);
+  unsigned char in[1] = {3};
+  const HeapVector<float>& values = wide.DequantizeRow(BaseVector<unsigned char>(in, 1));
+  EXPECT_EQ(values.m_data[0], 0.875f);
+}
+
+}  // namespace
