@@ -1,0 +1,3 @@
+#include "feature/CFeatureObjectBase.h"
+
+CFeatureObjectBase::~CFeatureObjectBase() = default;

@@ -1,0 +1,315 @@
+#include "feature/CFeatureObject.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <sstream>
+
+#include "feature/FeatureObjException.h"
+#include "tests/TestSupport.h"
+
+namespace {
+
+// "HUE", id 2027, H_SIZE 256, one row {0.5, 1.0, 0.25}: the shape of a photo feature.
+const char kPhotoStream[] =
+    "0002 07eb 03 485545 03 666c74"
+    "05 506172616d 01  03 696e74 01 06 485f53495a45 04 00000100"
+    "03 4d41540a 666c7400 62696e0a 00000001 00000003 3f000000 3f800000 3e800000";
+
+// "SFM", id 2 (default quantisers), msPerRow 30, one row {0.5, 1.0, 0.05, 0.0}.
+const char kDefaultQuantStream[] =
+    "0002 0002 03 53464d 04 75636872"
+    "05 506172616d 01  06 737472696e67 01 08 6d7350657252 6f77 02 3330"
+    "03 4d41540a 75636872 62696e0a 00000001 00000004 80 ff 80 00";
+
+// "ASE", id 7 (no defaults), a Quant block with one linear quantiser over both columns.
+const char kQuantHeader[] = "0002 0007 03 415345 04 75636872";
+const char kQuantSubBlock[] = "05 5175616e74 00000014 0001 01 00000000 3f800000 0002 0100 00";
+const char kByteMatrix[] =
+    "03 4d41540a 75636872 62696e0a 00000002 00000002 00 80 ff 40";
+
+template <typename T>
+Bytes Write(CFeatureObject<T>& object) {
+  Bytes out(object.GetStreamSize());
+  EXPECT_EQ(object.WriteToStream(out.data(), static_cast<uint32_t>(out.size())), out.size());
+  return out;
+}
+
+template <typename T>
+uint32_t Read(CFeatureObject<T>& object, const Bytes& bytes) {
+  return object.ReadFromStream(bytes.data(), static_cast<uint32_t>(bytes.size()));
+}
+
+template <typename F>
+std::string FeatureFailure(F f) {
+  try {
+    f();
+  } catch (const FeatureObjException& e) {
+    return e.what();
+  }
+  return "(none)";
+}
+
+CFeatureObject<float> PhotoFeature() {
+  CFeatureObject<float> object("HUE", 2027);
+  object.SetParameter("H_SIZE", 256u);
+  float row[3] = {0.5f, 1.0f, 0.25f};
+  EXPECT_EQ(object.AppendVector(BaseVector<float>(row, 3)), 1u);
+  return object;
+}
+
+TEST(FeatureObjectStreamTest, WritesAndReadsTheGoldenFloatStream) {
+  CFeatureObject<float> object = PhotoFeature();
+  EXPECT_EQ(object.GetStreamSize(), 69u);
+  EXPECT_EQ(ToHex(Write(object)), ToHex(Hex(kPhotoStream)));
+
+  CFeatureObject<float> read;
+  read.m_msPerRow = 5.0f;
+  EXPECT_EQ(Read(read, Hex(kPhotoStream)), 69u);
+  EXPECT_EQ(read.GetName(), "HUE");
+  EXPECT_EQ(read.GetFeatureId(), 2027);
+  EXPECT_EQ(read.GetMsPerRow(), 30.0f) << "a stream without msPerRow gets the default";
+  uint32_t size = 0;
+  EXPECT_TRUE(read.GetParameter(&size, "H_SIZE", false));
+  EXPECT_EQ(size, 256u);
+  ASSERT_EQ(read.m_matrix.m_cols, 3u);
+  EXPECT_EQ(read.m_matrix.m_data[2], 0.25f);
+  EXPECT_EQ(Write(read), Hex(kPhotoStream));
+}
+
+TEST(FeatureObjectStreamTest, DefaultQuantisersStoreOneBytePerElement) {
+  CFeatureObject<float> object("SFM", 2);
+  object.m_msPerRow = 30.0f;
+  float row[4] = {0.5f, 1.0f, 0.05f, 0.0f};
+  object.AppendVector(BaseVector<float>(row, 4));
+  object.EncodeParameters();
+  EXPECT_EQ(ToHex(Write(object)), ToHex(Hex(kDefaultQuantStream)));
+  ASSERT_NE(object.m_defaultQuant, nullptr);
+  EXPECT_EQ(object.m_defaultQuant->GetTotalColumns(), 4u);
+
+  CFeatureObject<float> read;
+  Read(read, Hex(kDefaultQuantStream));
+  EXPECT_EQ(read.GetMsPerRow(), 30.0f);
+  EXPECT_TRUE(read.m_stringParams.empty()) << "msPerRow is taken out of the map";
+  EXPECT_EQ(read.m_matrix.m_data[0], 128.5f / 256);
+  EXPECT_EQ(read.m_matrix.m_data[1], 255.5f / 256);
+  EXPECT_EQ(read.m_matrix.m_data[2],
+            static_cast<float>(128.5 * static_cast<double>(0.1f / 256)));
+  read.EncodeParameters();
+  EXPECT_EQ(Write(read), Hex(kDefaultQuantStream));
+}
+
+TEST(FeatureObjectStreamTest, StreamQuantisersConvertAndTheBlockGoesBackOutRaw) {
+  const Bytes stream = Hex(kQuantHeader) + Hex(kQuantSubBlock) + Hex(kByteMatrix);
+  CFeatureObject<float> object;
+  EXPECT_EQ(Read(object, stream), stream.size());
+  ASSERT_NE(object.m_streamQuant, nullptr);
+  EXPECT_EQ(object.m_defaultQuant, nullptr);
+  const float expected[4] = {0.5f / 256, 128.5f / 256, 255.5f / 256, 64.5f / 256};
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(object.m_matrix.m_data[i], expected[i]) << i;
+  EXPECT_EQ(object.GetStreamSize(), 64u);
+  EXPECT_EQ(ToHex(Write(object)), ToHex(stream));
+
+  // A second block replaces the first.
+  const Bytes twice = Hex(kQuantHeader) + Hex("05 5175616e74 00000006 0000") +
+                      Hex(kQuantSubBlock) + Hex(kByteMatrix);
+  EXPECT_EQ(Read(object, twice), twice.size());
+  EXPECT_EQ(object.m_matrix.m_data[3], 64.5f / 256);
+  // Without a block, feature id 7 has nothing to convert with.
+  EXPECT_EQ(FeatureFailure([&] { Read(object, Hex(kQuantHeader) + Hex(kByteMatrix)); }),
+            "CFeatureObject: feature type conversion requieres a quantizer");
+}
+
+TEST(FeatureObjectStreamTest, IntegerObjectsStoreTheirOwnTypeAndKeepAQuantBlockRaw) {
+  CFeatureObject<unsigned int> object("cnt", 9);
+  unsigned int row[2] = {7, 0x01020304};
+  object.AppendVector(BaseVector<unsigned int>(row, 2));
+  const Bytes plain = Hex("0002 0009 03 636e74 04 75696e74"
+                          "03 4d41540a 75696e74 62696e0a 00000001 00000002 00000007 01020304");
+  EXPECT_EQ(ToHex(Write(object)), ToHex(plain));
+
+  const Bytes bytes = Hex("0002 0009 03 636e74 04 75636872") + Hex(kQuantSubBlock) +
+                      Hex("03 4d41540a 75636872 62696e0a 00000001 00000002 05 06");
+  CFeatureObject<unsigned char> small;
+  EXPECT_EQ(Read(small, bytes), bytes.size());
+  EXPECT_EQ(small.m_matrix.m_data[1], 6) << "no conversion";
+  EXPECT_EQ(Write(small), bytes);
+}
+
+TEST(FeatureObjectStreamTest, EveryVersionUpTo2IsReadAndVersion1HasFixedValueFields) {
+  const Bytes head = Hex("0007 01 41 03 666c74 05 506172616d 01 06 737472696e67 01"
+                         "08 6d7350657252 6f77");
+  CFeatureObject<float> object;
+  Read(object, Hex("0001") + head + Text("45") + Bytes(14, 0));
+  EXPECT_EQ(object.GetMsPerRow(), 45.0f);
+  for (const char* version : {"0002", "0000", "8000"}) {
+    SCOPED_TRACE(version);
+    Read(object, Hex(version) + head + Hex("02 3435"));
+    EXPECT_EQ(object.GetMsPerRow(), 45.0f);
+    EXPECT_EQ(object.GetName(), "A");
+  }
+  EXPECT_EQ(FeatureFailure([&] { Read(object, Hex("0003") + head + Hex("02 3435")); }),
+            "CFeatureObject: unsupported stream version");
+}
+
+TEST(FeatureObjectStreamTest, RefusesBadStreamsWithTheLayerTexts) {
+  const Bytes head = Hex("0002 0007 01 41 03 666c74");
+  CFeatureObject<float> object;
+  const struct {
+    Bytes tail;
+    const char* detail;
+  } cases[] = {
+      {Hex("04 50617261"), "unsupported sub tag in stream"},
+      {Hex("05 5061726178 00"), "unsupported sub tag in stream"},
+      {Hex("03 4d4158"), "unsupported sub tag in stream"},
+      {Hex("05 506172616d 01 03 666c74 00"), "unsupported type of parameter map"},
+      {Hex("05 5175616e74 00000099 0000"), "format error in input stream"},
+      {Hex("05 506172616d 02 03 696e74 00"), "format error in input stream"},
+      {Hex("05 5061"), "format error in input stream"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(ToHex(c.tail));
+    EXPECT_EQ(FeatureFailure([&] { Read(object, head + c.tail); }),
+              std::string("CFeatureObject: ") + c.detail);
+  }
+  CFeatureObject<unsigned int> numbers;
+  EXPECT_EQ(FeatureFailure([&] { Read(numbers, Hex(kPhotoStream)); }),
+            "CFeatureObject: feature type mismatch");
+  EXPECT_EQ(FeatureFailure([&] { Read(object, Hex("0002 0007 01 41 04 75696e74")); }), "(none)")
+      << "the stored type is only checked against a matrix";
+  CFeatureObject<float> photo = PhotoFeature();
+  Bytes out(68);
+  EXPECT_EQ(FeatureFailure([&] { photo.WriteToStream(out.data(), 68); }),
+            "CFeatureObject: stream buffer overflow");
+}
+
+TEST(FeatureObjectStreamTest, EveryPrefixEitherReadsOrFailsCleanly) {
+  const Bytes streams[] = {Hex(kPhotoStream), Hex(kDefaultQuantStream),
+                           Hex(kQuantHeader) + Hex(kQuantSubBlock) + Hex(kByteMatrix)};
+  for (const Bytes& stream : streams) {
+    for (size_t n = 0; n < stream.size(); ++n) {
+      SCOPED_TRACE(n);
+      const Bytes prefix(stream.begin(), stream.begin() + n);  // exact size for ASan
+      CFeatureObject<float> object;
+      try {
+        EXPECT_LE(Read(object, prefix), n);
+      } catch (const FeatureObjException&) {
+      } catch (const VEXLException&) {
+      }
+    }
+  }
+}
+
+TEST(FeatureObjectStreamTest, EmptyQuantisedMatrixWritesFloatWordUnderByteType) {
+  CFeatureObject<float> object("SFM", 2);
+  float row[2] = {0.1f, 0.2f};
+  object.AppendVector(BaseVector<float>(row, 2));
+  object.GetStreamSize();  // builds the default quantisers
+  object.m_matrix.RemoveFrontRows(1);
+  const Bytes stream = Write(object);
+  EXPECT_EQ(ToHex(stream), ToHex(Hex("0002 0002 03 53464d 04 75636872"
+                                     "03 4d41540a 666c7400 62696e0a 00000000 00000002")));
+  CFeatureObject<float> read;
+  ExpectVEXL([&] { Read(read, stream); }, "unsupported type conversion", "vexl/type_info", 199);
+}
+
+TEST(FeatureObjectTest, ExcerptRoundsToRowsAndKeepsAtLeastOne) {
+  CFeatureObject<unsigned char> source("X", 1);
+  source.m_msPerRow = 30.0f;
+  source.SetParameter("lf", 250u);
+  for (unsigned char r = 0; r < 10; ++r) {
+    unsigned char row[2] = {r, static_cast<unsigned char>(r + 100)};
+    source.AppendVector(BaseVector<unsigned char>(row, 2));
+  }
+  const struct {
+    uint32_t skip, duration, rows;
+    unsigned char first;
+  } cases[] = {
+      {1, 0, 10, 0}, {15, 0, 9, 1}, {14, 0, 10, 0}, {0, 10, 1, 0},
+      {280, 100, 1, 9}, {30, 60, 2, 1}, {0, 1000, 10, 0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.skip << " " << c.duration);
+    std::unique_ptr<CFeatureObjectBase> excerpt(source.CreateExcerpt(c.skip, c.duration));
+    auto* typed = dynamic_cast<CFeatureObject<unsigned char>*>(excerpt.get());
+    ASSERT_NE(typed, nullptr);
+    EXPECT_EQ(typed->m_matrix.m_rows, c.rows);
+    EXPECT_EQ(typed->m_matrix.m_data[0], c.first);
+    EXPECT_EQ(typed->m_matrix.m_data[1], c.first + 100);
+    EXPECT_EQ(typed->m_uintParams.at("lf"), 250u);
+  }
+  EXPECT_EQ(FeatureFailure([&] { delete source.CreateExcerpt(300, 0); }),
+            "CFeatureObject: not enough data to create excerpt (skip)");
+  source.m_msPerRow = 0.5f;  // rows shorter than a millisecond are refused
+  EXPECT_EQ(FeatureFailure([&] { delete source.CreateExcerpt(1, 0); }),
+            "CFeatureObject: not enough data to create excerpt (skip)");
+  std::unique_ptr<CFeatureObjectBase> copy(source.CreateExcerpt(0, 0));
+  SMatrixInfo info;
+  copy->GetMatrixInfo(info);
+  EXPECT_STREQ(info.m_typeName, "uchr");
+  EXPECT_EQ(info.m_rows, 10u);
+  EXPECT_NE(info.m_data, source.m_matrix.m_data);
+}
+
+TEST(FeatureObjectTest, RemoveFrontDropsWholeRows) {
+  CFeatureObject<float> object = PhotoFeature();
+  EXPECT_EQ(object.RemoveFront(100), 0u) << "no msPerRow set";
+  object.AppendMatrixRows(object.m_matrix);
+  object.AppendMatrixRows(object.m_matrix);
+  object.m_msPerRow = 30.0f;
+  EXPECT_EQ(object.GetDuration(), 120);
+  EXPECT_EQ(object.RemoveFront(29), 0u);
+  EXPECT_EQ(object.RemoveFront(65), 60u);
+  EXPECT_EQ(object.m_matrix.m_rows, 2u);
+  ExpectVEXL([&] { object.RemoveFront(90); }, "excerpt is too long", "vexl/heap_matrix", 643);
+  object.ClearMatrix();
+  EXPECT_EQ(object.IsEmpty(), 1);
+}
+
+TEST(FeatureObjectTest, AppendNeedsTheSameSettings) {
+  CFeatureObject<float> empty("HUE", 2027);
+  CFeatureObject<float> photo = PhotoFeature();
+  EXPECT_EQ(empty.Append(&photo), 1u);
+  EXPECT_EQ(empty.m_matrix.m_cols, 3u) << "an empty object takes the other's columns";
+  photo.m_msPerRow = 30.0f;
+  CFeatureObject<unsigned int> other;
+  for (const CFeatureObjectBase* bad : {static_cast<const CFeatureObjectBase*>(&photo),
+                                        static_cast<const CFeatureObjectBase*>(&other)}) {
+    EXPECT_EQ(FeatureFailure([&] { empty.Append(bad); }),
+              "CFeatureObject: different settings, cannot append feature object");
+  }
+  // Written without msPerRow, read back with the default: no longer the same settings.
+  CFeatureObject<float> fresh = PhotoFeature();
+  Bytes stream = Write(fresh);
+  CFeatureObject<float> read;
+  Read(read, stream);
+  EXPECT_FALSE(read.HasSameSettings(&fresh));
+  EXPECT_EQ(read.GetDuration(), 30);
+}
+
+TEST(FeatureObjectTest, ParametersLookWhereTheirTypeSays) {
+  CFeatureObject<float> object;
+  object.SetParameter("n", std::string("42abc"));
+  object.SetParameter("u", 7u);
+  object.SetParameter("f", 0.1f);
+  uint32_t u = 0;
+  EXPECT_TRUE(object.GetParameter(&u, "n", false));
+  EXPECT_EQ(u, 42u);
+  float f = 0;
+  EXPECT_FALSE(object.GetParameter(&f, "u", false));
+  std::string text;
+  EXPECT_FALSE(object.GetParameter(&text, "u", false));
+  EXPECT_TRUE(object.GetParameter(&text, "f", true));
+  EXPECT_EQ(text, "0.1");
+  EXPECT_FALSE(object.GetParameter(&text, "f", false)) << "removed";
+  EXPECT_TRUE(object.GetParameter(&u, "u", true));
+  EXPECT_EQ(u, 7u);
+  EXPECT_TRUE(object.m_uintParams.empty());
+
+  object.m_msPerRow = 22.5f;
+  std::ostringstream out;
+  object.PrintParameters(out);
+  EXPECT_EQ(out.str(), "Parameter map <string>:\n\tmsPerRow\t = 22.5\n\tn\t = 42abc\n");
+}
+
+}  // namespace
