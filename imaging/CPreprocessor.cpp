@@ -5,7 +5,7 @@
 #include "imaging/CImageBuffer.h"
 #include "imaging/ImagingErrors.h"
 #include "imaging/ImagingOperations.h"
-#include "imaging/Truncate.h"
+#include "vexl/Truncate.h"
 
 CPreprocessor::CPreprocessor(int boxHeight_, int boxWidth_)
     : boxHeight(boxHeight_), boxWidth(boxWidth_) {}
@@ -17,11 +17,11 @@ int CPreprocessor::fitIntoBox(const CImageBuffer& source, CImageBuffer& target) 
   if (source.width >= source.height) {
     factor = static_cast<double>(target.width) / source.width;
     outWidth = target.width;
-    outHeight = truncToInt(source.height * factor);
+    outHeight = static_cast<int>(TruncateToInt64(source.height * factor));
   } else {
     factor = static_cast<double>(target.height) / source.height;
     outHeight = target.height;
-    outWidth = truncToInt(source.width * factor);
+    outWidth = static_cast<int>(TruncateToInt64(source.width * factor));
   }
   target.roiWidth = outWidth;
   target.roiHeight = outHeight;

@@ -5,7 +5,7 @@
 #include "imaging/CImageBuffer.h"
 #include "imaging/ImagingErrors.h"
 #include "imaging/ImagingOperations.h"
-#include "imaging/Truncate.h"
+#include "vexl/Truncate.h"
 
 // factor = shorterSide / (shorter stored side) in double; the shorter side becomes
 // shorterSide and the other trunc(side * factor).
@@ -20,11 +20,11 @@ int IppiUtils_ResizeToFixedShorterSide(const CImageBuffer& source, CImageBuffer&
   if (width >= height) {
     factor = static_cast<double>(shorterSide) / height;
     outHeight = shorterSide;
-    outWidth = truncToInt(width * factor);
+    outWidth = static_cast<int>(TruncateToInt64(width * factor));
   } else {
     factor = static_cast<double>(shorterSide) / width;
     outWidth = shorterSide;
-    outHeight = truncToInt(height * factor);
+    outHeight = static_cast<int>(TruncateToInt64(height * factor));
   }
   target.resizeIfNeeded(outHeight, outWidth);
   target.roiWidth = outWidth;

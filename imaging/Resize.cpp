@@ -1,12 +1,14 @@
 // The portable resize: separable interpolation through neighbouring samples, with source
 // coordinates that make the first and last pixels of source and target coincide.
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstddef>
 #include <memory>
 #include <new>
 
 #include "imaging/ImagingOperations.h"
-#include "imaging/Truncate.h"
+#include "vexl/Truncate.h"
 #include "vexl/ByteOrder.h"
 
 namespace {
@@ -44,9 +46,8 @@ void buildAxis(int origin, int size, int sourceSize, double factor, int outSize,
   const int last = sourceSize - 1;
   double s = 0.0;
   for (int j = 0; j < outSize; ++j, s += step) {
-    int i = truncToInt(s + kGuard) + origin;
     // Guard only: the corner-aligned step cannot carry s past the last sample.
-    if (i > last) i = last;
+    int i = static_cast<int>(std::min<int64_t>(TruncateToInt64(s + kGuard) + origin, last));
     float t;
     if (method == Method::kCubic && i == last) {
       i -= 2;
@@ -200,8 +201,8 @@ int resizeC(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, 
   if (rh > srcHeight - ry) rh = srcHeight - ry;
 
   // outWidth = trunc(rw * xFactor + 1e-7) limited to 1..dstWidth; likewise the height.
-  int outWidth = truncToInt(rw * xFactor + kGuard);
-  int outHeight = truncToInt(rh * yFactor + kGuard);
+  int outWidth = static_cast<int>(TruncateToInt64(rw * xFactor + kGuard));
+  int outHeight = static_cast<int>(TruncateToInt64(rh * yFactor + kGuard));
   outWidth = outWidth < 1 ? 1 : (outWidth > dstWidth ? dstWidth : outWidth);
   outHeight = outHeight < 1 ? 1 : (outHeight > dstHeight ? dstHeight : outHeight);
 
