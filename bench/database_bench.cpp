@@ -28,7 +28,7 @@ namespace {
 struct SGenerated {
   std::map<std::string, std::vector<float>> features;
   CSignatureDatabase::FeatureTiles tiles() const {
-    return [this](const std::string& name) { return features.at(name).data(); };
+    return [this](const std::string& name, uint32_t) { return features.at(name).data(); };
   }
 };
 

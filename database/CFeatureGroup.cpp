@@ -59,14 +59,13 @@ void CFeatureGroup::init(const SFeatureGroupDef& def, uint32_t reserveCount) {
 // Normalisation is a float division per entry (exactly what a double division rounded to
 // float gives).
 void CFeatureGroup::makeVector(HeapMatrix<float>& out, const float* tiles) const {
-  const uint32_t tileValues = binsPerTile * tilesX * tilesY;
   const uint32_t n = (tilesX * tilesY + meanRows) * binsPerTile;
   out.Resize(1, n);
   float* v = out.m_data;
-  std::copy(tiles, tiles + tileValues, v);
+  std::copy(tiles, tiles + tileValues(), v);
   // A group without a means writer (one that no definition set up) cannot build vectors.
   if (makeMeans == nullptr) throw std::logic_error("no means writer");
-  makeMeans(v, tilesX, tilesY, binsPerTile, v + tileValues, meanRows);
+  makeMeans(v, tilesX, tilesY, binsPerTile, v + tileValues(), meanRows);
   if (normalise == 1) {
     // Bounded by the vector and the table, so a definition with a longer vectorLength cannot
     // reach past either.

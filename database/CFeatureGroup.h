@@ -28,11 +28,14 @@ class CFeatureGroup {
   // distanceRows (a kind above 5 adds nothing) and sets scale = weightValue * groupWeight.
   void init(const SFeatureGroupDef& def, uint32_t reserveCount);
 
+  // Number of tile values that a feature of this group holds: binsPerTile * tilesX * tilesY.
+  uint32_t tileValues() const { return binsPerTile * tilesX * tilesY; }
+
   // Fills `out` with the one-row group vector of a feature's tiles: the
   // binsPerTile * tilesX * tilesY tile values, then the means rows, then, when normalise is
   // exactly 1, entry i divided by normTable[i] for i < vectorLength where the table is not 0.
   // The storage of `out` is only replaced when it is too small.
-  // REQUIRES: tiles holds binsPerTile * tilesX * tilesY floats.
+  // REQUIRES: tiles holds tileValues() floats.
   void makeVector(HeapMatrix<float>& out, const float* tiles) const;
 
   // Appends an item with the next index, the id words and the vector of `tiles`. Refuses a

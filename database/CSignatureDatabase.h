@@ -23,9 +23,11 @@
 
 class CSignatureDatabase {
  public:
-  // What the store reads from a signature besides its version: the tile data of the feature
-  // of a given name, or null when the signature has no such float feature.
-  using FeatureTiles = std::function<const float*(const std::string& featureName)>;
+  // What the store reads from a signature besides its version: the data of the float
+  // feature of a given name, or null when the signature has no such feature or when it
+  // holds fewer than `count` floats (a short feature would be read past its end).
+  using FeatureTiles =
+      std::function<const float*(const std::string& featureName, uint32_t count)>;
 
   // Accepts the feature version "V6"; weights 0.5 for keys 0 and 1; no groups yet.
   CSignatureDatabase();

@@ -25,10 +25,8 @@ CFeatureGroup builtIn(int index, uint32_t reserve = 0) {
   return group;
 }
 
-uint32_t tileCount(const CFeatureGroup& g) { return g.binsPerTile * g.tilesX * g.tilesY; }
-
 std::vector<float> constantTiles(const CFeatureGroup& g, float value) {
-  return std::vector<float>(tileCount(g), value);
+  return std::vector<float>(g.tileValues(), value);
 }
 
 std::vector<float> vectorOf(const CFeatureGroup& g, const std::vector<float>& tiles) {
@@ -160,7 +158,7 @@ TEST(FeatureGroupTest, MakeVectorKeepsLargerStorage) {
 TEST(FeatureGroupTest, IdenticalTilesScoreZeroInEveryMode) {
   for (int i = 0; i < 4; ++i) {
     CFeatureGroup g = builtIn(i);
-    std::vector<float> tiles(tileCount(g));
+    std::vector<float> tiles(g.tileValues());
     for (size_t k = 0; k < tiles.size(); ++k) tiles[k] = 0.01f * static_cast<float>(k % 13);
     g.addTiles(tiles.data(), 7, 0, 0);
     for (int mode : {0, 1, 2, 3, 4, 7, -1, -100}) {

@@ -15,9 +15,9 @@ struct SFakeSignature {
   std::map<std::string, std::vector<float>> features;
 
   CSignatureDatabase::FeatureTiles tiles() const {
-    return [this](const std::string& name) -> const float* {
+    return [this](const std::string& name, uint32_t count) -> const float* {
       const auto it = features.find(name);
-      return it == features.end() ? nullptr : it->second.data();
+      return it == features.end() || it->second.size() < count ? nullptr : it->second.data();
     };
   }
 };
@@ -169,6 +169,8 @@ TEST_F(SignatureDatabaseTest, FailedAddsLeaveTheStoreAsItWas) {
   add(photo(1), 1);
   SFakeSignature noSat = photo(2);
   noSat.features.erase("SAT");
+  SFakeSignature shortSat = photo(2);
+  shortSat.features["SAT"].pop_back();
   SFakeSignature oldVersion = photo(3);
   oldVersion.version = "V5";
   SFakeSignature noVersion = photo(4);
@@ -183,6 +185,7 @@ TEST_F(SignatureDatabaseTest, FailedAddsLeaveTheStoreAsItWas) {
       {"id 0", &noSat, 0, "addSignature Unknown Error"},
       {"id 0 of a complete signature", &oldVersion, 0, "Wrong Feature Version"},
       {"missing feature", &noSat, 2, "addSignature Unknown Error"},
+      {"short feature", &shortSat, 2, "addSignature Unknown Error"},
       {"other version", &oldVersion, 3, "Wrong Feature Version"},
       {"no version", &noVersion, 4, "Wrong Feature Version"},
   };
@@ -285,6 +288,9 @@ TEST_F(SignatureDatabaseTest, FailedClassificationKeepsThePreviousResults) {
   SFakeSignature oldVersion = photo(2);
   oldVersion.version = "V7";
   EXPECT_EQ(stringThrown([&] { classify(noHue, 1); }), "classifyFloat Error Unknown Error");
+  SFakeSignature shortHue = photo(2);
+  shortHue.features["HUE"].resize(143);
+  EXPECT_EQ(stringThrown([&] { classify(shortHue, 1); }), "classifyFloat Error Unknown Error");
   EXPECT_EQ(stringThrown([&] { classify(oldVersion, 1); }), "Wrong Feature Version");
   // A later group emptied behind the first one's back.
   db.groups[2].items.clear();
