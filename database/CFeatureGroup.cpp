@@ -76,7 +76,7 @@ void CFeatureGroup::makeVector(HeapMatrix<float>& out, const float* tiles) const
   }
 }
 
-void CFeatureGroup::addTiles(const float* tiles, uint32_t idLow, uint32_t idHigh,
+void CFeatureGroup::add(const float* tiles, uint32_t idLow, uint32_t idHigh,
                              uint32_t tag) {
   if (tiles == nullptr) missingFeature();
   if (idLow == 0 && idHigh == 0) throw std::string(kAddWithoutId);
@@ -90,7 +90,7 @@ void CFeatureGroup::addTiles(const float* tiles, uint32_t idLow, uint32_t idHigh
 }
 
 // score = (float)(d * scale), with d the double distance and scale widened to double.
-const std::vector<SClassifyResult>& CFeatureGroup::classifyTiles(const float* tiles, int mode) {
+const std::vector<SClassifyResult>& CFeatureGroup::classify(const float* tiles, int mode) {
   if (items.empty()) throw std::string(kClassifyEmptyGroup);
   if (tiles == nullptr) missingFeature();
   HeapMatrix<float> query;

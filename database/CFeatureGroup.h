@@ -40,12 +40,12 @@ class CFeatureGroup {
 
   // Appends an item with the next index, the id words and the vector of `tiles`. Refuses a
   // missing feature (tiles null) and the id 0, 0; on any failure `items` is as before.
-  void addTiles(const float* tiles, uint32_t idLow, uint32_t idHigh, uint32_t tag);
+  void add(const float* tiles, uint32_t idLow, uint32_t idHigh, uint32_t tag);
 
   // Scores the query tiles against every item with the distance of row `mode` (a mode above
   // the number of rows, a negative one included, uses row 1) and returns `results`, where
   // entry item.index holds the item's id words and distance * scale as a float.
-  const std::vector<SClassifyResult>& classifyTiles(const float* tiles, int mode);
+  const std::vector<SClassifyResult>& classify(const float* tiles, int mode);
 
   // Takes one item out by moving the last item into its place. When `found` is false the
   // item is searched by id from the front and `found`, `position` are set; otherwise

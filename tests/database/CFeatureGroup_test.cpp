@@ -104,8 +104,8 @@ TEST(FeatureGroupTest, InitReservesExactlyAndSkipsUnknownKinds) {
   // The list now runs out of step with the rows: row 4 has no function left.
   g.makeMeans = MakeMeans3;
   const std::vector<float> tiles = constantTiles(g, 1.0f);
-  g.addTiles(tiles.data(), 1, 0, 0);
-  EXPECT_EQ(stringThrown([&] { g.classifyTiles(tiles.data(), 4); }), "Error classifing");
+  g.add(tiles.data(), 1, 0, 0);
+  EXPECT_EQ(stringThrown([&] { g.classify(tiles.data(), 4); }), "Error classifing");
 }
 
 TEST(FeatureGroupTest, EdgeVectorIsNormalisedWithEqualGlobalRows) {
@@ -160,10 +160,10 @@ TEST(FeatureGroupTest, IdenticalTilesScoreZeroInEveryMode) {
     CFeatureGroup g = builtIn(i);
     std::vector<float> tiles(g.tileValues());
     for (size_t k = 0; k < tiles.size(); ++k) tiles[k] = 0.01f * static_cast<float>(k % 13);
-    g.addTiles(tiles.data(), 7, 0, 0);
+    g.add(tiles.data(), 7, 0, 0);
     for (int mode : {0, 1, 2, 3, 4, 7, -1, -100}) {
       SCOPED_TRACE(testing::Message() << g.name << " mode " << mode);
-      const std::vector<SClassifyResult>& r = g.classifyTiles(tiles.data(), mode);
+      const std::vector<SClassifyResult>& r = g.classify(tiles.data(), mode);
       ASSERT_EQ(r.size(), 1u);
       EXPECT_EQ(r[0].score, 0.0f);
       EXPECT_EQ(r[0].idLow, 7u);
@@ -177,17 +177,17 @@ TEST(FeatureGroupTest, ScoreIsDistanceOfTheModesRowTimesScale) {
   std::vector<float> query(96, 0.0f);
   // Normalised, this entry is 1.0 in tile 0 and moves every mean row that covers tile 0.
   query[0] = edge.normTable.m_data[0];
-  edge.addTiles(stored.data(), 1, 0, 0);
+  edge.add(stored.data(), 1, 0, 0);
   edge.scale = 0.1f;
   // Row 0: tiles only, a distance of 1 / 96.
-  EXPECT_EQ(edge.classifyTiles(query.data(), 0)[0].score, static_cast<float>(1.0 / 96 * 0.1f));
+  EXPECT_EQ(edge.classify(query.data(), 0)[0].score, static_cast<float>(1.0 / 96 * 0.1f));
   // Rows 1 and 7 (clamped to 1) and -1 (clamped to 1) cover the means as well.
-  const float whole = edge.classifyTiles(query.data(), 1)[0].score;
+  const float whole = edge.classify(query.data(), 1)[0].score;
   EXPECT_GT(whole, static_cast<float>(1.0 / 192 * 0.1f));
-  EXPECT_EQ(edge.classifyTiles(query.data(), 7)[0].score, whole);
-  EXPECT_EQ(edge.classifyTiles(query.data(), -1)[0].score, whole);
+  EXPECT_EQ(edge.classify(query.data(), 7)[0].score, whole);
+  EXPECT_EQ(edge.classify(query.data(), -1)[0].score, whole);
   // A mode equal to the number of rows names no row.
-  EXPECT_EQ(stringThrown([&] { edge.classifyTiles(query.data(), 5); }), "Error classifing");
+  EXPECT_EQ(stringThrown([&] { edge.classify(query.data(), 5); }), "Error classifing");
 }
 
 TEST(FeatureGroupTest, ColourGroupComparesCumulativeSumsPerTile) {
@@ -196,34 +196,34 @@ TEST(FeatureGroupTest, ColourGroupComparesCumulativeSumsPerTile) {
   std::vector<float> query(36, 0.0f);
   stored[0] = 1.0f;  // tile 0, bin 0
   query[1] = 1.0f;   // tile 0, bin 1: one step away
-  sat.addTiles(stored.data(), 1, 0, 0);
+  sat.add(stored.data(), 1, 0, 0);
   sat.scale = 1.0f;
-  EXPECT_EQ(sat.classifyTiles(query.data(), 0)[0].score, static_cast<float>(1.0 / 36));
+  EXPECT_EQ(sat.classify(query.data(), 0)[0].score, static_cast<float>(1.0 / 36));
   query[1] = 0.0f;
   query[4] = 1.0f;  // tile 1, bin 0: counts over all four bins of both tiles
-  EXPECT_EQ(sat.classifyTiles(query.data(), 0)[0].score, static_cast<float>(8.0 / 36));
+  EXPECT_EQ(sat.classify(query.data(), 0)[0].score, static_cast<float>(8.0 / 36));
 }
 
 TEST(FeatureGroupTest, FailuresOfClassify) {
   CFeatureGroup edge = builtIn(kEdge);
   const std::vector<float> tiles = constantTiles(edge, 1.0f);
-  EXPECT_EQ(stringThrown([&] { edge.classifyTiles(tiles.data(), 0); }),
+  EXPECT_EQ(stringThrown([&] { edge.classify(tiles.data(), 0); }),
             "classify called to empty database");
-  edge.addTiles(tiles.data(), 1, 0, 0);
-  EXPECT_THROW(edge.classifyTiles(nullptr, 0), std::invalid_argument);
+  edge.add(tiles.data(), 1, 0, 0);
+  EXPECT_THROW(edge.classify(nullptr, 0), std::invalid_argument);
   // A stored vector of another length is refused by the length-checking kind.
   edge.items[0].vector.Resize(1, 191);
-  EXPECT_EQ(stringThrown([&] { edge.classifyTiles(tiles.data(), 1); }), "Error classifing");
+  EXPECT_EQ(stringThrown([&] { edge.classify(tiles.data(), 1); }), "Error classifing");
 }
 
 TEST(FeatureGroupTest, AddRefusesIdZeroAndMissingFeatureWithoutChange) {
   CFeatureGroup val = builtIn(kVal);
   const std::vector<float> tiles = constantTiles(val, 1.0f);
-  EXPECT_EQ(stringThrown([&] { val.addTiles(tiles.data(), 0, 0, 0); }),
+  EXPECT_EQ(stringThrown([&] { val.add(tiles.data(), 0, 0, 0); }),
             "addSignature used without correct id specified");
-  EXPECT_THROW(val.addTiles(nullptr, 1, 0, 0), std::invalid_argument);
+  EXPECT_THROW(val.add(nullptr, 1, 0, 0), std::invalid_argument);
   EXPECT_TRUE(val.items.empty());
-  val.addTiles(tiles.data(), 0, 1, 9);  // a high word alone is an id
+  val.add(tiles.data(), 0, 1, 9);  // a high word alone is an id
   ASSERT_EQ(val.items.size(), 1u);
   EXPECT_EQ(val.items[0].tag, 9u);
   EXPECT_EQ(val.items[0].vector.m_cols, 64u);
@@ -242,7 +242,7 @@ TEST(FeatureGroupTest, RemoveMovesTheLastItemIntoTheGap) {
   CFeatureGroup g = builtIn(kSat);
   for (uint32_t id : {1, 2, 3, 4, 2}) {
     const std::vector<float> tiles = constantTiles(g, static_cast<float>(id));
-    g.addTiles(tiles.data(), id, 0, id * 10);
+    g.add(tiles.data(), id, 0, id * 10);
   }
   bool found = false;
   uint32_t position = 0;
