@@ -77,7 +77,7 @@ void CSignatureDatabase::addFeatures(const std::string& version, const FeatureTi
     try {
       for (; added < groups.size(); ++added) {
         CFeatureGroup& group = groups[added];
-        group.addTiles(tiles(group.featureName, group.tileValues()), idLow, idHigh, tag);
+        group.add(tiles(group.featureName, group.tileValues()), idLow, idHigh, tag);
       }
     } catch (...) {
       // Even the group's own id check ends here: a caller sees only this text.
@@ -121,7 +121,7 @@ const std::vector<SClassifyResult>& CSignatureDatabase::classifyFeatures(
     groupResults.resize(groups.size());
     for (size_t g = 0; g < groups.size(); ++g) {
       CFeatureGroup& group = groups[g];
-      groupResults[g] = group.classifyTiles(tiles(group.featureName, group.tileValues()), mode);
+      groupResults[g] = group.classify(tiles(group.featureName, group.tileValues()), mode);
       // Groups out of step (only a damaged stream leaves them so) cannot be summed.
       if (groupResults[g].size() != groupResults[0].size()) {
         throw std::string(kClassifyUnknownError);
