@@ -144,6 +144,72 @@ TEST(FeatureGroupTest, ColourVectorKeepsTilesAsGiven) {
   EXPECT_EQ(std::vector<float>(v.begin(), v.begin() + 144), tiles);
 }
 
+// Independent reference of a group vector: every mean row adds its tiles in the listed order,
+// each sum rounded to float, then scales by the double 1 / divisor, rounded to float; the
+// edge group then divides entry i by its table value in float.
+std::vector<float> referenceVector(const CFeatureGroup& g, const std::vector<float>& tiles) {
+  const int tx = static_cast<int>(g.tilesX), ty = static_cast<int>(g.tilesY);
+  const int bins = static_cast<int>(g.binsPerTile);
+  std::vector<float> v(tiles);
+  const auto meanRow = [&](const std::vector<std::pair<int, int>>& order, double divisor) {
+    for (int b = 0; b < bins; ++b) {
+      float sum = 0.0f;
+      for (const auto& xy : order) {
+        sum = static_cast<float>(static_cast<double>(sum) + tiles[(xy.second * tx + xy.first) * bins + b]);
+      }
+      v.push_back(static_cast<float>(static_cast<double>(sum) * (1.0 / divisor)));
+    }
+  };
+  // Tiles of x in [x0, x1) and y in [y0, y1), x outer or y outer.
+  const auto block = [](int x0, int x1, int y0, int y1, bool xOuter) {
+    std::vector<std::pair<int, int>> order;
+    for (int outer = xOuter ? x0 : y0; outer < (xOuter ? x1 : y1); ++outer) {
+      for (int inner = xOuter ? y0 : x0; inner < (xOuter ? y1 : x1); ++inner) {
+        order.push_back(xOuter ? std::make_pair(outer, inner) : std::make_pair(inner, outer));
+      }
+    }
+    return order;
+  };
+  const int globals = g.meansKind == 1 ? 3 : 1;
+  for (int copy = 0; copy < globals; ++copy) meanRow(block(0, tx, 0, ty, false), tx * ty);
+  for (int x = 0; x < tx; ++x) meanRow(block(x, x + 1, 0, ty, true), ty);
+  for (int y = 0; y < ty; ++y) meanRow(block(0, tx, y, y + 1, true), tx);
+  if (g.meansKind == 1) {
+    const int hx = tx / 2, hy = ty / 2;
+    meanRow(block(0, hx, 0, hy, true), hx * hy);
+    meanRow(block(hx, tx, 0, hy, true), (tx - hx) * hy);
+    meanRow(block(0, hx, hy, ty, true), hx * (ty - hy));
+    meanRow(block(hx, tx, hy, ty, true), (tx - hx) * (ty - hy));
+    meanRow(block(tx / 4, 3 * (tx / 4), ty / 4, 3 * (ty / 4), true), (ty / 4) * ((tx / 4) * 4));
+  }
+  if (g.normalise == 1) {
+    for (size_t i = 0; i < v.size(); ++i) v[i] = v[i] / g.normTable.m_data[i];
+  }
+  return v;
+}
+
+TEST(FeatureGroupTest, VectorsMatchAnIndependentReferenceBitForBit) {
+  uint32_t state = 2024;
+  for (int i = 0; i < 4; ++i) {
+    const CFeatureGroup g = builtIn(i);
+    for (int trial = 0; trial < 20; ++trial) {
+      SCOPED_TRACE(testing::Message() << g.name << " trial " << trial);
+      // Histogram-like values with awkward fractions, so every rounding step shows.
+      std::vector<float> tiles(g.tileValues());
+      for (float& t : tiles) {
+        state = state * 1664525u + 1013904223u;
+        t = static_cast<float>(state >> 9) / 8388608.0f / 3.0f;
+      }
+      const std::vector<float> actual = vectorOf(g, tiles);
+      const std::vector<float> expected = referenceVector(g, tiles);
+      ASSERT_EQ(actual.size(), expected.size());
+      for (size_t k = 0; k < actual.size(); ++k) {
+        ASSERT_EQ(actual[k], expected[k]) << "entry " << k;
+      }
+    }
+  }
+}
+
 TEST(FeatureGroupTest, MakeVectorKeepsLargerStorage) {
   const CFeatureGroup sat = builtIn(kSat);
   HeapMatrix<float> out(1, 500);
