@@ -33,6 +33,21 @@ bool complete(const Column& c) {
   return c.swapChannels && c.rgbToGray && c.rgbToHsv && c.histogramEven && c.resize3 && c.resize1;
 }
 
+// Fills the slots from the first complete column; 0 on success.
+int fillSlots() {
+  for (const Column& c : kColumns) {
+    if (!complete(c)) continue;
+    swapChannels = c.swapChannels;
+    rgbToGray = c.rgbToGray;
+    rgbToHsv = c.rgbToHsv;
+    histogramEven = c.histogramEven;
+    resize3 = c.resize3;
+    resize1 = c.resize1;
+    return 0;
+  }
+  return -1;
+}
+
 // Checks, then convert(srcPixel, dstPixel) for every pixel of the region; the source has 3
 // bytes per pixel and the target DstChannels.
 template <int DstChannels, typename Convert>
@@ -58,17 +73,10 @@ const double kHsvSixth = floatFromBits(0x3E2AAAAB);  // 0.1666666716
 }  // namespace
 
 int selectProcessor() {
-  for (const Column& c : kColumns) {
-    if (!complete(c)) continue;
-    swapChannels = c.swapChannels;
-    rgbToGray = c.rgbToGray;
-    rgbToHsv = c.rgbToHsv;
-    histogramEven = c.histogramEven;
-    resize3 = c.resize3;
-    resize1 = c.resize1;
-    return 0;
-  }
-  return -1;
+  // The slots are filled once: engines created while another one runs must not write them
+  // under its feet. The choice cannot change within a process.
+  static const int status = fillSlots();
+  return status;
 }
 
 int swapChannelsGeneric(unsigned char* data, int step, int width, int height, const int order[3]) {

@@ -59,7 +59,8 @@ extern HistogramEvenFn histogramEven;
 extern ResizeFn resize3;
 extern ResizeFn resize1;
 
-// Fills the call slots. Returns 0; a failure cannot occur while the portable column exists.
+// Fills the call slots on its first call; later calls return the first result. Returns 0; a
+// failure cannot occur while the portable column exists.
 int selectProcessor();
 
 // The portable column, one function per slot. Resize lives in Resize.cpp.

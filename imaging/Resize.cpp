@@ -2,14 +2,14 @@
 // coordinates that make the first and last pixels of source and target coincide.
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <new>
 
 #include "imaging/ImagingOperations.h"
-#include "vexl/Truncate.h"
 #include "vexl/ByteOrder.h"
+#include "vexl/Truncate.h"
 
 namespace {
 
