@@ -3,8 +3,12 @@
 #include <algorithm>
 #include <exception>
 #include <iostream>
+#include <istream>
+#include <ostream>
 
 #include "database/DatabaseErrors.h"
+#include "message/CSendMsg.h"
+#include "message/MessageErrors.h"
 #include "vexl/ByteOrder.h"
 
 namespace {
@@ -42,9 +46,74 @@ void sortByKeyStably(std::vector<uint64_t>& entries) {
   }
 }
 
+// The message header of a saved store.
+constexpr char kMessageTag[] = "ORV1";
+
+// Bytes of a stream read at once: a stream's announced size is not trusted, so the buffer
+// grows only with bytes that are really there.
+constexpr size_t kReadChunk = size_t{1} << 20;
+
+// The smallest message bytes that one entry of each list takes: a version (an empty text),
+// a weight (key, percent, weight), a group (scale, reserved, count) and an item head
+// (index, id, tag, columns, rows).
+constexpr uint64_t kCountBytes = 9;
+constexpr uint64_t kVersionBytes = 5;
+constexpr uint64_t kWeightBytes = 3 * 9;
+constexpr uint64_t kGroupBytes = 3 * 9;
+constexpr uint64_t kItemHeadBytes = 4 * 9 + 13;
+constexpr uint64_t kEntryBytes = 9;
+
+// The bytes left in a stream that can tell, or -1.
+std::streamoff bytesLeft(std::istream& in) {
+  const std::istream::pos_type here = in.tellg();
+  if (here == std::istream::pos_type(-1)) return -1;
+  in.seekg(0, std::ios::end);
+  const std::istream::pos_type end = in.tellg();
+  in.seekg(here);
+  return end == std::istream::pos_type(-1) ? -1 : end - here;
+}
+
+// Up to `length` bytes of the stream, fewer if it ends before. A stream that knows its
+// size is read in one piece; any other in bounded chunks, so that a false length never
+// allocates more than is really there.
+std::vector<unsigned char> readUpTo(std::istream& in, uint32_t length) {
+  const std::streamoff left = bytesLeft(in);
+  if (left >= 0) {
+    std::vector<unsigned char> bytes(std::min<uint64_t>(length, static_cast<uint64_t>(left)));
+    in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    bytes.resize(static_cast<size_t>(in.gcount()));
+    return bytes;
+  }
+  std::vector<std::vector<unsigned char>> chunks;
+  size_t total = 0;
+  while (total < length) {
+    const size_t wanted = std::min<size_t>(kReadChunk, length - total);
+    std::vector<unsigned char> chunk(wanted);
+    in.read(reinterpret_cast<char*>(chunk.data()), static_cast<std::streamsize>(wanted));
+    const auto got = static_cast<size_t>(in.gcount());
+    chunk.resize(got);
+    total += got;
+    chunks.push_back(std::move(chunk));
+    if (got < wanted) break;
+  }
+  std::vector<unsigned char> bytes;
+  bytes.reserve(total);
+  for (std::vector<unsigned char>& chunk : chunks) {
+    bytes.insert(bytes.end(), chunk.begin(), chunk.end());
+    std::vector<unsigned char>().swap(chunk);
+  }
+  return bytes;
+}
+
+// Refuses a count whose entries could not all be in the message.
+uint32_t boundedCount(uint32_t count, uint64_t entryBytes, uint64_t messageBytes) {
+  if (count * entryBytes > messageBytes) throw std::string(kErrorInProtocol);
+  return count;
+}
+
 }  // namespace
 
-CSignatureDatabase::CSignatureDatabase() : versions{kFeatureVersion} {
+CSignatureDatabase::CSignatureDatabase() : CMessageObject(kMessageTag), versions{kFeatureVersion} {
   setWeight(0, 0.5f);
   setWeight(1, 0.5f);
 }
@@ -183,4 +252,139 @@ uint32_t CSignatureDatabase::countBelowThreshold(const std::vector<SClassifyResu
     ++count;
   }
   return count;
+}
+
+void CSignatureDatabase::prepare() {}
+
+// Counts go through the unsigned slot, keys, item counts and tags through the signed one,
+// indexes through the second unsigned one: on the wire all four 32-bit slots are alike.
+void CSignatureDatabase::pack() {
+  CMsgBase& out = *message;
+  // The size is known: a buffer grown item by item would be copied again and again.
+  if (auto* sending = dynamic_cast<CSendMsg*>(message.get())) sending->reserve(packedSize());
+  out.put(static_cast<unsigned>(versions.size()));
+  for (std::string& version : versions) out.putString(version);
+  out.put(static_cast<unsigned>(weights.size()));
+  for (auto& [key, weight] : weights) {
+    out.put(int{key});
+    out.put(weight.percent);
+    out.put(weight.weight);
+  }
+  out.put(static_cast<unsigned>(groups.size()));
+  for (CFeatureGroup& group : groups) {
+    out.put(group.scale);
+    out.put(unsigned{group.reserved});
+    out.put(static_cast<int>(group.items.size()));
+    for (SGroupItem& item : group.items) {
+      const HeapMatrix<float>& vector = item.vector;
+      out.put(MsgUInt32(item.index));
+      out.put(static_cast<int64_t>(uint64_t{item.idHigh} << 32 | item.idLow));
+      out.put(static_cast<int>(item.tag));
+      out.put(unsigned{vector.m_cols});
+      out.put(unsigned{vector.m_rows});
+      const uint64_t entries = uint64_t{vector.m_rows} * vector.m_cols;
+      for (uint64_t i = 0; i < entries; ++i) out.put(vector.m_data[i]);
+    }
+  }
+}
+
+// Bytes of the message pack() writes: header and body length, the values, the end mark.
+size_t CSignatureDatabase::packedSize() const {
+  size_t bytes = 9 + kCountBytes;
+  for (const std::string& version : versions) bytes += kVersionBytes + version.size();
+  bytes += kCountBytes + weights.size() * kWeightBytes + kCountBytes;
+  for (const CFeatureGroup& group : groups) {
+    bytes += kGroupBytes;
+    for (const SGroupItem& item : group.items) {
+      bytes += kItemHeadBytes + size_t{item.vector.m_rows} * item.vector.m_cols * kEntryBytes;
+    }
+  }
+  return bytes + 1;
+}
+
+void CSignatureDatabase::unpack() {
+  CMsgBase& in = *message;
+  const uint64_t messageBytes = in.size();
+  clearAll();
+
+  versions.clear();
+  const uint32_t versionCount = boundedCount(in.get(MsgUInt32{}), kVersionBytes, messageBytes);
+  for (uint32_t v = 0; v < versionCount; ++v) {
+    std::string version;
+    versions.push_back(std::move(in.getString(version)));
+  }
+
+  const uint32_t weightCount = boundedCount(in.get(MsgUInt32{}), kWeightBytes, messageBytes);
+  for (uint32_t w = 0; w < weightCount; ++w) {
+    const int32_t key = in.get(int{});
+    SGroupWeight& weight = weights[key];
+    weight.percent = in.get(float{});
+    weight.weight = in.get(float{});
+  }
+
+  // Only the groups this store was built with can take the vectors: a default group would
+  // have no means writer and no distances to classify with.
+  if (boundedCount(in.get(MsgUInt32{}), kGroupBytes, messageBytes) != groups.size()) {
+    throw std::string(kErrorInProtocol);
+  }
+  for (CFeatureGroup& group : groups) {
+    group.scale = in.get(float{});
+    in.get(unsigned{});  // the reserved word: its value means nothing
+    // Every stored vector has the shape makeVector gives a query: one row of this length.
+    const uint64_t columns =
+        (uint64_t{group.tilesX} * group.tilesY + group.meanRows) * group.binsPerTile;
+    const uint32_t itemCount = boundedCount(static_cast<uint32_t>(in.get(int{})),
+                                            kItemHeadBytes + columns * kEntryBytes, messageBytes);
+    group.items.reserve(itemCount);
+    for (uint32_t position = 0; position < itemCount; ++position) {
+      SGroupItem item;
+      item.index = in.get(MsgUInt32{});
+      const auto id = static_cast<uint64_t>(in.get(int64_t{}));
+      item.idLow = static_cast<uint32_t>(id);
+      item.idHigh = static_cast<uint32_t>(id >> 32);
+      item.tag = static_cast<uint32_t>(in.get(int{}));
+      const uint32_t itemColumns = in.get(unsigned{});
+      const uint32_t itemRows = in.get(unsigned{});
+      if (item.index != position || itemRows != 1 || itemColumns != columns) {
+        throw std::string(kErrorInProtocol);
+      }
+      item.vector.Resize(itemRows, itemColumns);
+      for (uint32_t i = 0; i < itemColumns; ++i) item.vector.m_data[i] = in.get(float{});
+      group.items.push_back(std::move(item));
+    }
+  }
+}
+
+uint32_t CSignatureDatabase::saveToStream(std::ostream& out) {
+  try {
+    const unsigned char* bytes = sendToBuffer();
+    const uint32_t length = messageSize();
+    // The value returned, length + 4, must fit as well.
+    if (length > UINT32_MAX - 4) throw std::string(kErrorOStreaming);
+    unsigned char head[4];
+    storeBigEndian32(head, length);
+    out.write(reinterpret_cast<const char*>(head), sizeof head);
+    out.write(reinterpret_cast<const char*>(bytes), length);
+    return length + 4;
+  } catch (...) {
+    throw std::string(kErrorOStreaming);
+  }
+}
+
+uint32_t CSignatureDatabase::loadFromStream(std::istream& in) {
+  uint32_t length = 0;
+  try {
+    // A stream shorter than the head announces the bytes it has, zeros after them.
+    unsigned char head[4] = {};
+    in.read(reinterpret_cast<char*>(head), sizeof head);
+    length = loadBigEndian32(head);
+    // Kept: a message with another header or a damaged one is not reported.
+    receiveFromBuffer(readUpTo(in, length));
+  } catch (...) {
+    throw std::string(kErrorIStreaming);
+  }
+  // Kept: every load leaves both weights at 0.5, not at what the stream or the host had.
+  setWeight(0, 0.5f);
+  setWeight(1, 0.5f);
+  return length + 4;
 }

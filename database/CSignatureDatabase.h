@@ -6,22 +6,28 @@
 // The signatures themselves are not kept, only their group vectors and id words. Every
 // failure is a thrown std::string with a fixed text (DatabaseErrors.h). One thread at a
 // time: a classification writes its results into members.
+//
+// The store saves itself to a stream and loads itself back as one typed message headed
+// "ORV1" (doc/formats.md, "Database stream"): versions, weights and the ready vectors of
+// every group, not the group definitions. A load always ends with both weights at 0.5.
 #ifndef ORVANE_DATABASE_CSIGNATUREDATABASE_H_
 #define ORVANE_DATABASE_CSIGNATUREDATABASE_H_
 
 #include <cstdint>
 #include <functional>
+#include <iosfwd>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "database/CFeatureGroup.h"
+#include "database/CMessageObject.h"
 #include "database/DistanceFunctions.h"
 #include "database/SClassifyResult.h"
 #include "database/SFeatureGroupDef.h"
 #include "database/SGroupWeight.h"
 
-class CSignatureDatabase {
+class CSignatureDatabase : public CMessageObject {
  public:
   // What the store reads from a signature besides its version: the data of the float
   // feature of a given name, or null when the signature has no such feature or when it
@@ -31,7 +37,7 @@ class CSignatureDatabase {
 
   // Accepts the feature version "V6"; weights 0.5 for keys 0 and 1; no groups yet.
   CSignatureDatabase();
-  virtual ~CSignatureDatabase();
+  ~CSignatureDatabase() override;
 
   // Empties the store, sets up one group per definition, each reserving room for
   // reserveCount items, then sets both weights to 50.
@@ -73,6 +79,27 @@ class CSignatureDatabase {
   // photo.
   static uint32_t countBelowThreshold(const std::vector<SClassifyResult>& ranked);
 
+  // Nothing to prepare.
+  void prepare() override;
+  // Writes versions, weights and every group's items, in the order unpack reads them.
+  void pack() override;
+  // Clears the store and reads it back. Versions are replaced, weights merged by key. A
+  // damaged message throws, leaving what was read before the damage; so does one that does
+  // not fit this store: a group count other than the store's, an item index other than its
+  // position, a vector shape other than its group's, or a count larger than the message
+  // could hold.
+  void unpack() override;
+
+  // Writes the stream: the message's size as 4 bytes, big-endian, then the message. Returns
+  // the bytes written. Any failure becomes "Error OStreaming Database", the store unchanged.
+  uint32_t saveToStream(std::ostream& out);
+  // Reads a stream written by saveToStream and returns 4 plus the size it announces. A
+  // stream with another header, or a damaged one, is not reported (see unpack); a short
+  // stream is read as far as it goes. Then both weights are set to 0.5, whatever the stream
+  // held. A failure of the stream itself becomes "Error IStreaming Database", the store
+  // unchanged.
+  uint32_t loadFromStream(std::istream& in);
+
   std::map<int32_t, SGroupWeight> weights;
   std::vector<CFeatureGroup> groups;
   std::vector<std::string> versions;
@@ -80,6 +107,7 @@ class CSignatureDatabase {
   std::vector<SClassifyResult> finalResults;
 
  private:
+  size_t packedSize() const;
   void requireKnownVersion(const std::string& version) const;
 };
 

@@ -16,6 +16,9 @@ inline constexpr char kClassifyError[] = "Error classifing";
 inline constexpr char kClassifyWithoutInit[] = "classifyFloat without database initialized";
 inline constexpr char kClassifyNoItems[] = "classifyFloat with 0 items in databases";
 inline constexpr char kClassifyUnknownError[] = "classifyFloat Error Unknown Error";
+inline constexpr char kSocketNotInitialized[] = "socket not initialized";
+inline constexpr char kErrorOStreaming[] = "Error OStreaming Database";
+inline constexpr char kErrorIStreaming[] = "Error IStreaming Database";
 // Written to the error stream, not thrown.
 inline constexpr char kGroupNotExist[] = "Feature Group not exist";
 

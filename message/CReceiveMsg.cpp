@@ -115,4 +115,9 @@ void CReceiveMsg::setBuffer(const unsigned char* data, unsigned length) {
   readPos = 0;
 }
 
+void CReceiveMsg::takeBuffer(std::vector<unsigned char>&& bytes) {
+  buffer = std::move(bytes);
+  readPos = 0;
+}
+
 unsigned CReceiveMsg::size() const { return static_cast<unsigned>(buffer.size()); }

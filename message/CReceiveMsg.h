@@ -42,6 +42,9 @@ class CReceiveMsg : public CMsgBase {
   // Throws "CReceiveMsg::getBuffer not allowed".
   const unsigned char* getBuffer() override;
   void setBuffer(const unsigned char* data, unsigned length) override;
+  // As setBuffer, taking the bytes over instead of copying them.
+  // REQUIRES: fewer than 2^32 bytes.
+  void takeBuffer(std::vector<unsigned char>&& bytes);
   unsigned size() const override;
 
  private:

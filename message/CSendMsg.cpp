@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 #include "message/CMsgBlob.h"
@@ -16,22 +17,32 @@ namespace {
 // Body length and header in front of the items.
 constexpr std::size_t kLengthSize = 4;
 constexpr std::size_t kHeaderSize = 5;
+constexpr std::size_t kMaxMessageSize = 0xFFFFFFFFu;
 
 }  // namespace
 
 CSendMsg::~CSendMsg() = default;
 
-void CSendMsg::reset() { buffer.clear(); }
+void CSendMsg::reset() { used = 0; }
 
-// A large message grows by half its capacity at a time, not by doubling: while the old and
-// the new block coexist, that keeps the peak at 2.5 times the message instead of 3.
+// Sizes and lengths of a message are 32-bit: a message may not grow past that.
+// A large message grows by half its size at a time, not by doubling: while the old and the
+// new block coexist, that keeps the peak at 2.5 times the message instead of 3.
+void CSendMsg::extend(std::size_t count) {
+  if (count > kMaxMessageSize - used) throw std::length_error(kMessageTooLarge);
+  const std::size_t room = buffer.size() + buffer.size() / 2;
+  buffer.resize(std::max(used + count, std::min(room, kMaxMessageSize)));
+}
+
 unsigned char* CSendMsg::grow(std::size_t count) {
-  const std::size_t used = buffer.size();
-  if (used + count > buffer.capacity()) {
-    buffer.reserve(std::max(used + count, buffer.capacity() + buffer.capacity() / 2));
-  }
-  buffer.resize(used + count);
-  return buffer.data() + used;
+  if (count > buffer.size() - used) extend(count);
+  unsigned char* at = buffer.data() + used;
+  used += count;
+  return at;
+}
+
+void CSendMsg::reserve(std::size_t bytes) {
+  if (bytes > buffer.size()) buffer.resize(std::min(bytes, kMaxMessageSize));
 }
 
 template <typename T>
@@ -87,8 +98,8 @@ int CSendMsg::checkHeader(const unsigned char*) { return 0; }
 
 const unsigned char* CSendMsg::getBuffer() {
   // The new block is made before the old one goes, so the two are never the same.
-  std::unique_ptr<unsigned char[]> copy(new unsigned char[buffer.size()]);
-  if (!buffer.empty()) std::memcpy(copy.get(), buffer.data(), buffer.size());
+  std::unique_ptr<unsigned char[]> copy(new unsigned char[used]);
+  if (used != 0) std::memcpy(copy.get(), buffer.data(), used);
   scratch = std::move(copy);
   return scratch.get();
 }
@@ -97,4 +108,4 @@ void CSendMsg::setBuffer(const unsigned char*, unsigned) {
   throw std::string(kSendSetBufferNotAllowed);
 }
 
-unsigned CSendMsg::size() const { return static_cast<unsigned>(buffer.size()); }
+unsigned CSendMsg::size() const { return static_cast<unsigned>(used); }

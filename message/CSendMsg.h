@@ -1,6 +1,7 @@
 // CSendMsg: collects typed values into a message. The calling order is: the put calls,
 // terminate(), finish(header), then getBuffer() and size(). Puts after finish() land behind
-// the end mark; nothing prevents it.
+// the end mark; nothing prevents it. A put that would make the message larger than
+// 2^32 - 1 bytes throws std::length_error.
 #ifndef ORVANE_MESSAGE_CSENDMSG_H_
 #define ORVANE_MESSAGE_CSENDMSG_H_
 
@@ -41,6 +42,10 @@ class CSendMsg : public CMsgBase {
   void setBuffer(const unsigned char* data, unsigned length) override;
   unsigned size() const override;
 
+  // Makes room for a message of `bytes` bytes in all, header included, so that a sender
+  // that knows its size in advance never has the buffer copied as it grows.
+  void reserve(std::size_t bytes);
+
  private:
   template <typename T>
   T append(T value);
@@ -48,8 +53,11 @@ class CSendMsg : public CMsgBase {
   Bytes& appendBlob(Bytes& bytes);
   // Makes room for `count` more bytes at the end and returns where they start.
   unsigned char* grow(std::size_t count);
+  void extend(std::size_t count);
 
+  // The message is the first `used` bytes; the rest is room to grow into.
   std::vector<unsigned char> buffer;
+  std::size_t used = 0;
 };
 
 #endif  // ORVANE_MESSAGE_CSENDMSG_H_

@@ -7,6 +7,8 @@
 inline constexpr char kErrorInProtocol[] = "Error in Protocol";
 // An item has a tag or a width that the reader does not take.
 inline constexpr char kErrorInProtocolTag[] = "Error in Protocol !";
+// A message would outgrow its 32-bit size; thrown as std::length_error.
+inline constexpr char kMessageTooLarge[] = "message larger than 4 GiB";
 inline constexpr char kSendSetBufferNotAllowed[] = "CSendMsg::setBuffer not allowed";
 inline constexpr char kReceiveGetBufferNotAllowed[] = "CReceiveMsg::getBuffer not allowed";
 
