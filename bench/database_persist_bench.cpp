@@ -106,7 +106,7 @@ void build(CSignatureDatabase& db, uint32_t photos) {
     }
     db.addFeatures(
         "V6",
-        [&](const std::string& name) -> const float* {
+        [&](const std::string& name, uint32_t) -> const float* {
           for (int f = 0; f < 4; ++f) {
             if (name == kFeatureNames[f]) return tiles[f].data();
           }

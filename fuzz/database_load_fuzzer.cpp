@@ -15,7 +15,7 @@ namespace {
 constexpr size_t kMaxInput = 1 << 16;
 
 // Tiles of a query photo: a fixed ramp per feature.
-const float* queryTiles(const std::string& name) {
+const float* queryTiles(const std::string& name, uint32_t) {
   static const std::vector<float> edg(96, 0.25f);
   static const std::vector<float> hue = [] {
     std::vector<float> v(144);

@@ -20,11 +20,13 @@ struct STiles {
   std::vector<float> val = std::vector<float>(36);
 
   CSignatureDatabase::FeatureTiles reader() const {
-    return [this](const std::string& name) -> const float* {
-      if (name == "EDG") return edg.data();
-      if (name == "HUE") return hue.data();
-      if (name == "SAT") return sat.data();
-      return name == "VAL" ? val.data() : nullptr;
+    return [this](const std::string& name, uint32_t count) -> const float* {
+      const std::vector<float>* f = name == "EDG"   ? &edg
+                                    : name == "HUE" ? &hue
+                                    : name == "SAT" ? &sat
+                                    : name == "VAL" ? &val
+                                                    : nullptr;
+      return f != nullptr && count <= f->size() ? f->data() : nullptr;
     };
   }
 };
