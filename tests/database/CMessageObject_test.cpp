@@ -13,9 +13,7 @@ namespace {
 // Persists one number and one text; counts which direction ran.
 class CPair : public CMessageObject {
  public:
-  explicit CPair(unsigned char direction = 0) : CMessageObject("TST1") {
-    this->direction = direction;
-  }
+  CPair() : CMessageObject("TST1") {}
   void prepare() override { ++prepared; }
   void pack() override {
     ++packed;
@@ -75,17 +73,6 @@ TEST(CMessageObjectTest, ReceiveUnpacksOnlyAMessageWithItsTag) {
   EXPECT_EQ(damaged.receiveFromBuffer(bytes.data(), static_cast<unsigned>(bytes.size())), 1);
   EXPECT_EQ(damaged.unpacked, 1);
   EXPECT_EQ(stringThrown([&] { damaged.messageSize(); }), "socket not initialized");
-}
-
-TEST(CMessageObjectTest, DirectionFlagSwapsPackAndUnpack) {
-  CPair pair(1);
-  pair.sendToBuffer();
-  EXPECT_EQ(pair.unpacked, 1);
-  EXPECT_EQ(pair.packed, 0);
-  const std::vector<unsigned char> bytes = hexBytes(kPairMessage);
-  EXPECT_EQ(pair.receiveFromBuffer(bytes.data(), static_cast<unsigned>(bytes.size())), 0);
-  EXPECT_EQ(pair.packed, 1);
-  EXPECT_EQ(pair.prepared, 2);
 }
 
 }  // namespace
