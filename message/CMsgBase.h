@@ -76,12 +76,8 @@ class CMsgBase {
   }
   std::string& putString(std::string& text) { return passString(text); }
   std::string& getString(std::string& text) { return passString(text); }
-  unsigned char* putBlob(unsigned char*& data, unsigned& length) {
-    return passBlob(data, length);
-  }
-  unsigned char* getBlob(unsigned char*& data, unsigned& length) {
-    return passBlob(data, length);
-  }
+  unsigned char* putBlob(unsigned char*& data, unsigned& length) { return passBlob(data, length); }
+  unsigned char* getBlob(unsigned char*& data, unsigned& length) { return passBlob(data, length); }
 
  protected:
   // The block handed out by getBuffer.
@@ -94,8 +90,8 @@ class CMsgBase {
   static constexpr bool kIsSlotType =
       std::is_same_v<T, uint64_t> || std::is_same_v<T, int64_t> || std::is_same_v<T, double> ||
       std::is_same_v<T, float> || std::is_same_v<T, unsigned> || std::is_same_v<T, MsgInt32> ||
-      std::is_same_v<T, int> || std::is_same_v<T, MsgUInt32> ||
-      std::is_same_v<T, unsigned char> || std::is_same_v<T, char> || std::is_same_v<T, bool>;
+      std::is_same_v<T, int> || std::is_same_v<T, MsgUInt32> || std::is_same_v<T, unsigned char> ||
+      std::is_same_v<T, char> || std::is_same_v<T, bool>;
 };
 
 #endif  // ORVANE_MESSAGE_CMSGBASE_H_

@@ -7,8 +7,7 @@
 #include "message/MsgItem.h"
 #include "vexl/ByteOrder.h"
 
-CMsgBlob::CMsgBlob(const unsigned char* bytes, unsigned length)
-    : payload(bytes, bytes + length) {}
+CMsgBlob::CMsgBlob(const unsigned char* bytes, unsigned length) : payload(bytes, bytes + length) {}
 
 unsigned CMsgBlob::size() const { return length() + static_cast<unsigned>(kItemHeadSize); }
 

@@ -20,8 +20,8 @@
 
 template <typename T>
 class CMsgValue {
-  static constexpr bool kIsByte = std::is_same_v<T, bool> || std::is_same_v<T, char> ||
-                                  std::is_same_v<T, unsigned char>;
+  static constexpr bool kIsByte =
+      std::is_same_v<T, bool> || std::is_same_v<T, char> || std::is_same_v<T, unsigned char>;
   static constexpr bool kIsInteger = std::is_integral_v<T> && !kIsByte;
   static_assert(kIsByte || std::is_same_v<T, float> || std::is_same_v<T, double> ||
                     (kIsInteger && (sizeof(T) == 4 || sizeof(T) == 8)),

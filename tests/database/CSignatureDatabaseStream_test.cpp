@@ -111,7 +111,8 @@ std::string streamHex(const std::string& length, const std::string& body,
 
 TEST_F(SignatureDatabaseStreamTest, EmptyStoreStreamIsGolden) {
   std::string values = kVersionsAndWeights;
-  for (const char* group : kGroupHeads) values += group + std::string("33 00 00 00 04 00 00 00 00 ");
+  for (const char* group : kGroupHeads)
+    values += group + std::string("33 00 00 00 04 00 00 00 00 ");
   const std::string stream = save(db);
   EXPECT_EQ(hex(stream), hexText(hexBytes(streamHex("00 00 00 CE", "00 00 00 C5", values))));
   EXPECT_EQ(load(loaded, stream), stream.size());
@@ -134,13 +135,15 @@ TEST_F(SignatureDatabaseStreamTest, TwoPhotosAfterRemovalStreamIsGolden) {
   std::string values = kVersionsAndWeights;
   for (int g = 0; g < 4; ++g) {
     values += kGroupHeads[g] + std::string("33 00 00 00 04 00 00 00 02 ");
-    values += "33 00 00 00 04 00 00 00 00  34 00 00 00 08 00 00 00 00 00 00 00 09 "
-              "33 00 00 00 04 00 00 00 6D  33 00 00 00 04 " + std::string(columns[g]) +
-              "  33 00 00 00 04 00 00 00 01 ";
+    values +=
+        "33 00 00 00 04 00 00 00 00  34 00 00 00 08 00 00 00 00 00 00 00 09 "
+        "33 00 00 00 04 00 00 00 6D  33 00 00 00 04 " +
+        std::string(columns[g]) + "  33 00 00 00 04 00 00 00 01 ";
     values += repeated("33 00 00 00 04 " + std::string(levels9[g]), lengths[g]);
-    values += "33 00 00 00 04 00 00 00 01  34 00 00 00 08 00 00 00 00 00 00 00 08 "
-              "33 00 00 00 04 00 00 00 6C  33 00 00 00 04 " + std::string(columns[g]) +
-              "  33 00 00 00 04 00 00 00 01 ";
+    values +=
+        "33 00 00 00 04 00 00 00 01  34 00 00 00 08 00 00 00 00 00 00 00 08 "
+        "33 00 00 00 04 00 00 00 6C  33 00 00 00 04 " +
+        std::string(columns[g]) + "  33 00 00 00 04 00 00 00 01 ";
     values += repeated("33 00 00 00 04 " + std::string(levels8[g]), lengths[g]);
   }
   const std::string stream = save(db);
@@ -213,8 +216,8 @@ TEST_F(SignatureDatabaseStreamTest, DamagedStreamsKeepTheStoreUsable) {
     const char* name;
     size_t offset;
     std::string bytes;
-    size_t keep;       // bytes of the stream kept, the rest cut off
-    uint32_t photos;   // stored after the load
+    size_t keep;      // bytes of the stream kept, the rest cut off
+    uint32_t photos;  // stored after the load
   };
   const Case cases[] = {
       {"index not its position", firstIndex + 5, std::string("\0\0\0\1", 4), good.size(), 0},
@@ -222,8 +225,7 @@ TEST_F(SignatureDatabaseStreamTest, DamagedStreamsKeepTheStoreUsable) {
        good.size(), 0},
       {"two rows", firstIndex + 9 + 13 + 9 + 9 + 5, std::string("\0\0\0\2", 4), good.size(), 0},
       {"group count 5", firstIndex - 27 - 9 + 5, std::string("\0\0\0\5", 4), good.size(), 0},
-      {"huge item count", firstIndex - 9 + 5, std::string("\x7F\xFF\xFF\xFF", 4),
-       good.size(), 0},
+      {"huge item count", firstIndex - 9 + 5, std::string("\x7F\xFF\xFF\xFF", 4), good.size(), 0},
       {"huge version count", 4 + 9 + 5, std::string("\xFF\xFF\xFF\xFF", 4), good.size(), 0},
       {"huge weight count", 4 + 9 + 16 + 5, std::string("\xFF\xFF\xFF\xFF", 4), good.size(), 0},
       {"item length past the end", firstIndex + 1, std::string("\x7F", 1), good.size(), 0},

@@ -76,8 +76,8 @@ TEST(CMsgValueTest, ConvertsEveryTagForEveryReader) {
       {"33 00 00 00 04 00 00 01 00", false, 0x00, 256, 256, 256, 256, 0x100, 0x100},
       {"33 00 00 00 04 FF FF FF FF", true, 0xFF, -1, 0xFFFFFFFFu, 0xFFFFFFFF, 0xFFFFFFFF,
        0xFFFFFFFFu, 0xFFFFFFFF},
-      {"33 00 00 00 04 3F 80 00 00", false, 0x00, 0x3F800000, 0x3F800000, 0x3F800000,
-       0x3F800000, floatBits(1.0f), 0x3F800000},
+      {"33 00 00 00 04 3F 80 00 00", false, 0x00, 0x3F800000, 0x3F800000, 0x3F800000, 0x3F800000,
+       floatBits(1.0f), 0x3F800000},
       // tag 4: the narrow readers take the low word
       {"34 00 00 00 08 11 22 33 44 55 66 77 00", false, 0x00, 0x55667700, 0x55667700,
        0x1122334455667700, 0x1122334455667700, 0x55667700, 0x1122334455667700},

@@ -81,8 +81,9 @@ TEST(CReceiveMsgTest, EndOfMessageAnswersZerosForEver) {
   EXPECT_EQ(CReceiveMsg().get(float{}), 0.0f);
 
   // An item that ends exactly at the buffer's end counts as the end, and is not delivered.
-  load(message, "4F 52 56 31 00 00 00 00 12 33 00 00 00 04 00 00 00 05 "
-                "33 00 00 00 04 00 00 00 06");
+  load(message,
+       "4F 52 56 31 00 00 00 00 12 33 00 00 00 04 00 00 00 05 "
+       "33 00 00 00 04 00 00 00 06");
   EXPECT_EQ(message.get(int{}), 5);
   EXPECT_EQ(message.get(int{}), 0);
 }
