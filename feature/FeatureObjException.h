@@ -30,6 +30,13 @@ inline constexpr char kExcerptSkip[] = "not enough data to create excerpt (skip)
 inline constexpr char kExcerptDuration[] = "not enough data to create excerpt (duration)";
 inline constexpr char kDifferentSettings[] = "different settings, cannot append feature object";
 
+// Settings of the SFM and ASE features.
+inline constexpr char kFeatureNameMismatch[] = "feature name mismatch";
+inline constexpr char kMissingParameter[] = "missing parameter: ";
+inline constexpr char kSfmInvalidRange[] = "invalid frequency range for MP7-SFM";
+inline constexpr char kSfmOverlap[] = "attempt to write signature with overlap";
+inline constexpr char kSfmInconsistentSetting[] = "inconsistent setting (m_msPerRow<->m_tempRes)";
+
 // Thrown by the polynomial quantiser's constructor as plain std::string values.
 inline constexpr char kRisingNegative[] = "rising must be greater or equal zero";
 inline constexpr char kPolynomialNotRising[] =
