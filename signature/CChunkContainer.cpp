@@ -147,8 +147,8 @@ bool CChunkContainer::parseId3Tag(std::istream& in, const unsigned char id[4], u
   if (!readFully(in, header + 4, 6)) return false;
   // kept: the size word is taken one byte late (bytes 7 to 9 and a zero byte), so bytes 6
   // and 7 do not count and bytes 8 and 9 stand one 7-bit group too high.
-  const uint32_t word = (uint32_t{header[7]} << 24) | (uint32_t{header[8]} << 16) |
-                        (uint32_t{header[9]} << 8);
+  const uint32_t word =
+      (uint32_t{header[7]} << 24) | (uint32_t{header[8]} << 16) | (uint32_t{header[9]} << 8);
   const uint32_t footer = (header[5] & 0x10) != 0 ? 20 : 10;
   const uint32_t tagSize = syncsafe21(word) + footer;
   // kept: tagSize bytes are consumed behind the 10-byte header, 10 more than the tag holds.
@@ -382,9 +382,7 @@ bool CChunkContainer::checkSubscript(int i) const {
   return false;
 }
 
-int CChunkContainer::subChunkIndex(int i) const {
-  return checkSubscript(i) ? chunks[i].index : -1;
-}
+int CChunkContainer::subChunkIndex(int i) const { return checkSubscript(i) ? chunks[i].index : -1; }
 
 int CChunkContainer::subChunkLength(int i) const {
   return checkSubscript(i) ? chunks[i].length : -1;

@@ -2,11 +2,16 @@
 
 #include <cstring>
 #include <iostream>
+#include <memory>
 #include <string>
 
+#include "feature/CFeatureObject.h"
+#include "signature/CChunkContainer.h"
 #include "signature/SignatureMessages.h"
 #include "signature/StreamPrimitives.h"
 #include "vexl/ByteOrder.h"
+#include "vexl/Truncate.h"
+#include "vexl/heap_matrix.h"
 
 namespace {
 
@@ -18,6 +23,30 @@ constexpr unsigned char kKeyKind = '1';
 
 void writeBytes(std::ostream& out, const std::vector<unsigned char>& bytes) {
   out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+// Whether the matrix stream in a chunk has the element type word `word` behind its first
+// four bytes; only the word's own characters are compared.
+bool hasTypeWord(const unsigned char* data, uint32_t length, const char* word) {
+  const size_t size = std::strlen(word);
+  return length >= 4 + size && std::memcmp(data + 4, word, size) == 0;
+}
+
+// The one feature of an older stream: named "SFM", with its band edges and temporal
+// resolution as unsigned parameters (the edges truncated toward zero) and all chunks as rows.
+template <typename T>
+std::unique_ptr<CFeatureObjectBase> convertFeature(const CChunkContainer& chunks,
+                                                   uint16_t featureId, bool vad) {
+  auto feature = std::make_unique<CFeatureObject<T>>("SFM", featureId);
+  const FeatPara& para = *chunks.getFeaturePara();
+  feature->SetParameter("sr", static_cast<uint32_t>(para.sr));
+  feature->SetParameter("lf", static_cast<uint32_t>(TruncateToInt64(para.lf)));
+  feature->SetParameter("uf", static_cast<uint32_t>(TruncateToInt64(para.uf)));
+  if (vad) feature->SetParameter("vad", uint32_t{1});
+  HeapMatrix<T> matrix;
+  matrix.ReadFromChunks(chunks);
+  feature->AppendMatrixRows(matrix);
+  return feature;
 }
 
 }  // namespace
@@ -176,7 +205,46 @@ int CWholeStream::writeStream(std::ostream& out) {
   return 0;
 }
 
-int CWholeStream::readOlderForm(std::istream&) {
-  // This build has no reader for the older chunk form.
-  throw std::string(kCannotParseWholeStream);
+int CWholeStream::readOlderForm(std::istream& in) {
+  CChunkContainer chunks(1, nullptr, hook);
+  // A refused version (0) is no failure here; it leaves no chunk, which convertChunks refuses.
+  if (chunks.parseStream(in) < 0) throw std::string(kCannotParseWholeStream);
+  return convertChunks(chunks);
+}
+
+int CWholeStream::convertChunks(CChunkContainer& chunks) {
+  CMetaVec::operator=(chunks);
+  streamVersion = chunks.getStreamVersion();
+  // Without a chunk there is no type word to look at and no feature to build: refused.
+  if (chunks.subChunkCount() == 0 || chunks.getFeaturePara() == nullptr) {
+    throw std::string(kCannotParseWholeStream);
+  }
+  const unsigned char* data = chunks.subChunkData(0);
+  const uint32_t length = static_cast<uint32_t>(chunks.subChunkLength(0));
+  const uint16_t featureId = static_cast<uint16_t>(TruncateToInt64(chunks.featureId()));
+  std::unique_ptr<CFeatureObjectBase> feature;
+  if (hasTypeWord(data, length, "uchr") || hasTypeWord(data, length, "char")) {
+    feature = convertFeature<unsigned char>(chunks, featureId, false);
+  } else if (hasTypeWord(data, length, "flt") || hasTypeWord(data, length, "fil")) {
+    const bool vad = std::strstr(chunks.getInfoText(), "VAD") != nullptr;
+    feature = convertFeature<float>(chunks, featureId, vad);
+  }
+  // Any other element type gives no feature frame.
+  if (feature) {
+    const uint32_t size = feature->GetStreamSize();
+    feature->WriteToStream(addTaggedFrame(kTagFeatObj, size), size);
+  }
+  storeBigEndian64(addTaggedFrame(kTagTuid, 8), chunks.getTuid());
+  storeBigEndian32(addTaggedFrame(kTagCuid, 4),
+                   static_cast<uint32_t>(TruncateToInt64(chunks.contentId())));
+  // The signature frame has served in the chunk reader's check.
+  const char* dsig = tagName(kTagDsig);
+  const int index = findFrame(dsig, static_cast<unsigned>(std::strlen(dsig)));
+  if (index >= 0) removeFrame(index);
+  return 0;
+}
+
+unsigned char* CWholeStream::addTaggedFrame(int tagIndex, unsigned dataLength) {
+  const char* id = tagName(tagIndex);
+  return addNewFrame(static_cast<unsigned>(std::strlen(id)), id, dataLength);
 }

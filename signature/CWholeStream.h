@@ -22,6 +22,8 @@
 #include "signature/CMetaVec.h"
 #include "signature/CSignatureHook.h"
 
+class CChunkContainer;
+
 class CWholeStream : public CMetaVec {
  public:
   // An empty object for writing: no frames, no hook, streamVersion -1.
@@ -39,8 +41,12 @@ class CWholeStream : public CMetaVec {
   int readStream(std::istream& in);
   int writeStream(std::ostream& out);
 
-  // Reads a stream of the older chunk form, positioned at its "ORVF".
+  // Reads a stream of the older chunk form, positioned at its "ORVF", into the frames of the
+  // current form; a stream it cannot parse fails with "cannot parse wholestream!".
   int readOlderForm(std::istream& in);
+  // Replaces the frames by those the chunk reader found, then appends "FeatObj" (the one
+  // feature, for a float or byte matrix), "Tuid" and "Cuid", and drops the first "dsig".
+  int convertChunks(CChunkContainer& chunks);
 
   int getStreamVersion() const { return streamVersion; }
   unsigned char getKeyKind() const { return keyKind; }
@@ -50,6 +56,8 @@ class CWholeStream : public CMetaVec {
  private:
   // Replaces key by a copy of the hook's encryption key.
   void takeEncryptionKey();
+  // Appends a frame named by the tag table and returns its value block to fill.
+  unsigned char* addTaggedFrame(int tagIndex, unsigned dataLength);
   // Signed stream with a hook: checks the key and the signature, then parses the frames.
   int verifyAndParse(std::istream& in, uint32_t totalSize, uint32_t headerSize);
 
