@@ -46,7 +46,7 @@ void sortByKeyStably(std::vector<uint64_t>& entries) {
   }
 }
 
-// The message header of a saved store.
+// The message header of a saved store, unless another is given.
 constexpr char kMessageTag[] = "ORV1";
 
 // Bytes of a stream read at once: a stream's announced size is not trusted, so the buffer
@@ -113,7 +113,10 @@ uint32_t boundedCount(uint32_t count, uint64_t entryBytes, uint64_t messageBytes
 
 }  // namespace
 
-CSignatureDatabase::CSignatureDatabase() : CMessageObject(kMessageTag), versions{kFeatureVersion} {
+CSignatureDatabase::CSignatureDatabase() : CSignatureDatabase(kMessageTag) {}
+
+CSignatureDatabase::CSignatureDatabase(const char* messageTag)
+    : CMessageObject(messageTag), versions{kFeatureVersion} {
   setWeight(0, 0.5f);
   setWeight(1, 0.5f);
 }

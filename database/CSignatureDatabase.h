@@ -36,7 +36,9 @@ class CSignatureDatabase : public CMessageObject {
       std::function<const float*(const std::string& featureName, uint32_t count)>;
 
   // Accepts the feature version "V6"; weights 0.5 for keys 0 and 1; no groups yet.
+  // Saved messages are headed by `messageTag`, four characters ("ORV1" by default).
   CSignatureDatabase();
+  explicit CSignatureDatabase(const char* messageTag);
   ~CSignatureDatabase() override;
 
   // Empties the store, sets up one group per definition, each reserving room for
