@@ -29,6 +29,11 @@ inline constexpr char kStreamBufferOverflow[] = "stream buffer overflow";
 inline constexpr char kExcerptSkip[] = "not enough data to create excerpt (skip)";
 inline constexpr char kExcerptDuration[] = "not enough data to create excerpt (duration)";
 inline constexpr char kDifferentSettings[] = "different settings, cannot append feature object";
+// Of the feature map, and of a signature that has no feature to stream.
+inline constexpr char kUnsupportedFeatureType[] = "unsupported feature object type";
+inline constexpr char kInvalidFeatureObject[] = "feature object is invalid";
+inline constexpr char kFeatureMapEmpty[] = "feature map is empty";
+inline constexpr char kNoFeatureToStream[] = "no feature object to stream";
 
 // Settings of the SFM and ASE features.
 inline constexpr char kFeatureNameMismatch[] = "feature name mismatch";
