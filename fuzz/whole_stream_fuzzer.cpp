@@ -1,8 +1,9 @@
-// Feeds arbitrary bytes to the whole-stream reader. The first byte picks the hook: odd means a
-// hook whose key is "key1" and that accepts every signature, so the signed branch is parsed
-// too; even means none. Streams of the older chunk form are converted, so every failure must
-// be one of the library's failure types: a reader's text (a std::string), the integer of a
-// repeated band-edge chunk, or a feature or matrix failure of the conversion. A stream that
+// Feeds arbitrary bytes to the whole-stream reader and the signature built from it (feature
+// map, feature objects, matrices beneath). The first byte picks the hook: odd means a hook
+// whose key is "key1" and that accepts every signature, so the signed branch is parsed too;
+// even means none. Streams of the older chunk form are converted, so every failure must be one
+// of the library's failure types: a reader's text (a std::string), the integer of a repeated
+// band-edge chunk, or a feature or matrix failure. A stream that
 // reads must write and read back to the same frames.
 #include <cstddef>
 #include <cstdint>
@@ -11,6 +12,7 @@
 #include <string>
 
 #include "feature/FeatureObjException.h"
+#include "signature/CAudioSignMulti.h"
 #include "signature/CWholeStream.h"
 #include "vexl/VEXLException.h"
 
@@ -65,6 +67,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::istringstream again(out.str());
     CWholeStream reread(again, nullptr);
     if (!sameFrames(read, reread) || reread.getStreamVersion() != 5) __builtin_trap();
+
+    CAudioSignMulti sign;
+    sign.adopt(new CSignDataMulti(read, nullptr));
+    std::ostringstream signOut;
+    sign.write(signOut);
+    volatile size_t sink = signOut.str().size();
+    char text[64];
+    sink = sink + static_cast<size_t>(sign.getData()->getMeta("VER", text, sizeof text));
   } catch (const std::string&) {
   } catch (int) {
   } catch (const FeatureObjException&) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "signature/SignatureMessages.h"
+#include "tests/ThrownText.h"
 #include "tests/signature/HexBytes.h"
 
 namespace {
@@ -123,16 +124,8 @@ TEST(MetaVec, BadIndicesPrintAndAnswerFalse) {
 
 TEST(MetaVec, EditingKeepsOrder) {
   CMetaVec v = fourFrames();
-  EXPECT_THROW(
-      {
-        try {
-          v.addNewFrame(0, "", 1);
-        } catch (const std::string& e) {
-          EXPECT_EQ(e, "ERROR Meta-ID length must be between 1 and 255");
-          throw;
-        }
-      },
-      std::string);
+  EXPECT_EQ(thrownText([&] { v.addNewFrame(0, "", 1); }),
+            "ERROR Meta-ID length must be between 1 and 255");
   EXPECT_THROW(v.addNewFrame(256, std::string(256, 'a').data(), 1), std::string);
   v.addNewFrame(255, std::string(255, 'a').data(), 0);
   EXPECT_EQ(v.frameCount(), 5u);

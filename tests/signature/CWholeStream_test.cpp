@@ -6,6 +6,7 @@
 #include <string>
 
 #include "signature/SignatureMessages.h"
+#include "tests/ThrownText.h"
 #include "tests/signature/HexBytes.h"
 #include "tests/signature/ToyHook.h"
 
@@ -43,14 +44,9 @@ std::string written(CWholeStream& stream) {
 }
 
 // The text a read of bytes throws, or "" when it succeeds.
-std::string readFailure(const std::string& bytes, CSignatureHook* hook = nullptr) {
+std::string readFailure(const std::string& bytes) {
   std::istringstream in(bytes);
-  try {
-    CWholeStream stream(in, hook);
-  } catch (const std::string& text) {
-    return text;
-  }
-  return "";
+  return thrownText([&] { CWholeStream stream(in, nullptr); });
 }
 
 std::string withVersion(const std::string& stream, uint32_t version) {
@@ -210,25 +206,16 @@ TEST(WholeStream, VerificationFailures) {
   for (Case& c : cases) {
     SCOPED_TRACE(c.name);
     std::istringstream in(c.bytes);
-    try {
-      CWholeStream read(in, &c.hook);
-      EXPECT_EQ("", c.expected);
-      EXPECT_EQ(read.frameCount(), c.frames);
-    } catch (const std::string& text) {
-      EXPECT_EQ(text, c.expected);
-    }
+    unsigned frames = 0;
+    EXPECT_EQ(thrownText([&] { frames = CWholeStream(in, &c.hook).frameCount(); }), c.expected);
+    EXPECT_EQ(frames, c.frames);
   }
 }
 
 TEST(WholeStream, WriterFailuresAndAHookWithoutSigningKey) {
   CWholeStream empty;
   std::ostringstream out;
-  try {
-    empty.writeStream(out);
-    ADD_FAILURE() << "no throw";
-  } catch (const std::string& text) {
-    EXPECT_EQ(text, "no data to write!");
-  }
+  EXPECT_EQ(thrownText([&] { empty.writeStream(out); }), "no data to write!");
 
   struct Case {
     const char* name;
@@ -246,12 +233,7 @@ TEST(WholeStream, WriterFailuresAndAHookWithoutSigningKey) {
     CWholeStream stream;
   addCuid(stream);
     stream.setHook(&c.hook);
-    try {
-      written(stream);
-      ADD_FAILURE() << "no throw";
-    } catch (const std::string& text) {
-      EXPECT_EQ(text, c.expected);
-    }
+    EXPECT_EQ(thrownText([&] { stream.writeStream(out); }), c.expected);
   }
 
   ToyHook noKey;
