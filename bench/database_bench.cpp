@@ -10,36 +10,33 @@
 //   BM_AddSignature/<items>     adding one signature to a store already holding 0, 100,000
 //                               or 1,000,000 signatures (no reserve): the cost should not
 //                               depend on the size.
-// Signatures are generated: tile histograms of a fixed pseudo-random pattern per id.
+// Signatures are generated signature objects: tile histograms of a pseudo-random pattern.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
 #include <fstream>
-#include <map>
 #include <memory>
 #include <string>
 #include <unistd.h>
 #include <vector>
 
 #include "database/CSignatureDatabase.h"
+#include "feature/CFeatureObject.h"
+#include "signature/CAudioSignMulti.h"
+#include "signature/CSignDataMulti.h"
+#include "signature/SMetaFrame.h"
 
 namespace {
 
-struct SGenerated {
-  std::map<std::string, std::vector<float>> features;
-  CSignatureDatabase::FeatureTiles tiles() const {
-    return [this](const std::string& name, uint32_t) { return features.at(name).data(); };
-  }
-};
-
-// Histogram-like tiles: each tile sums to 1, different for every seed.
-SGenerated generate(uint32_t seed) {
-  SGenerated g;
+// A signature as the extractor builds it: four one-row float features and the "VER" frame;
+// histogram-like tiles (each tile sums to 1), different for every seed.
+CAudioSignMulti generate(uint32_t seed) {
   const std::pair<const char*, std::pair<size_t, size_t>> shapes[] = {
       {"EDG", {16, 6}}, {"HUE", {9, 16}}, {"SAT", {9, 4}}, {"VAL", {9, 4}}};
   uint32_t state = seed * 2654435761u + 1;
+  auto* data = new CSignDataMulti();
   for (const auto& shape : shapes) {
-    std::vector<float>& v = g.features[shape.first];
+    std::vector<float> v;
     for (size_t tile = 0; tile < shape.second.first; ++tile) {
       float sum = 0.0f;
       const size_t begin = v.size();
@@ -50,8 +47,14 @@ SGenerated generate(uint32_t seed) {
       }
       for (size_t i = begin; i < v.size(); ++i) v[i] /= sum;
     }
+    auto* feature = new CFeatureObject<float>(shape.first, 2027);
+    feature->AppendVector(BaseVector<float>(v.data(), static_cast<uint32_t>(v.size())));
+    data->AddFeatureObject(feature);
   }
-  return g;
+  data->addFrame(SMetaFrame(3, 2, "VER", "V6"));
+  CAudioSignMulti signature;
+  signature.adopt(data);
+  return signature;
 }
 
 double residentBytes() {
@@ -71,10 +74,10 @@ std::unique_ptr<CSignatureDatabase> makeDatabase() {
 
 void fill(CSignatureDatabase& db, uint32_t count) {
   // A few distinct photos repeated keep the generator out of the measured memory.
-  std::vector<SGenerated> photos;
+  std::vector<CAudioSignMulti> photos;
   for (uint32_t i = 0; i < 64; ++i) photos.push_back(generate(i));
   for (uint32_t id = 1; id <= count; ++id) {
-    db.addFeatures("V6", photos[id % photos.size()].tiles(), id, 0, id);
+    db.addSignature(photos[id % photos.size()], id, 0, id);
   }
 }
 
@@ -95,7 +98,7 @@ SStore& storeOf(uint32_t items) {
     fill(*store.db, items);
     store.items = items;
     store.perItem = (residentBytes() - before) / items;
-    store.db->classifyFeatures("V6", generate(12345).tiles(), 1, nullptr);
+    store.db->classifyFloat(generate(12345), 1, nullptr);
     store.perItemClassified = (residentBytes() - before) / items;
   }
   return store;
@@ -104,10 +107,9 @@ SStore& storeOf(uint32_t items) {
 void BM_Classify(benchmark::State& state) {
   SStore& store = storeOf(static_cast<uint32_t>(state.range(0)));
   const int mode = static_cast<int>(state.range(1));
-  const SGenerated query = generate(777);
-  const CSignatureDatabase::FeatureTiles tiles = query.tiles();
+  const CAudioSignMulti query = generate(777);
   for (auto _ : state) {
-    benchmark::DoNotOptimize(store.db->classifyFeatures("V6", tiles, mode, nullptr).data());
+    benchmark::DoNotOptimize(store.db->classifyFloat(query, mode, nullptr).data());
   }
   state.SetItemsProcessed(state.iterations() * state.range(0));
   state.counters["rss_per_item"] = store.perItem;
@@ -126,10 +128,9 @@ BENCHMARK(BM_Classify)
 void BM_AddSignature(benchmark::State& state) {
   auto db = makeDatabase();
   fill(*db, static_cast<uint32_t>(state.range(0)));
-  const SGenerated photo = generate(99);
-  const CSignatureDatabase::FeatureTiles tiles = photo.tiles();
+  const CAudioSignMulti photo = generate(99);
   uint32_t id = 0x80000000u;
-  for (auto _ : state) db->addFeatures("V6", tiles, ++id, 0, 0);
+  for (auto _ : state) db->addSignature(photo, ++id, 0, 0);
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_AddSignature)->ArgName("items")->Arg(0)->Arg(100000)->Arg(1000000)->Iterations(

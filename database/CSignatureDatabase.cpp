@@ -19,6 +19,26 @@ constexpr char kFeatureVersion[] = "V6";
 // Scores at or below this count as the same photo.
 constexpr double kSamePhotoThreshold = 0.07;
 
+// The "VER" text of a signature; empty when there is no signature or no such frame.
+std::string versionOf(const CAudioSignMulti& signature) {
+  const CSignDataMulti* data = signature.getData();
+  if (data == nullptr) return std::string();
+  char text[256];
+  data->getMeta("VER", text, sizeof text);
+  return text;
+}
+
+// The float features of a signature, each refused when it holds fewer values than asked.
+CSignatureDatabase::FeatureTiles featuresOf(const CAudioSignMulti& signature) {
+  return [data = signature.getData()](const std::string& name, uint32_t count) -> const float* {
+    if (data == nullptr) return nullptr;
+    const CFeatureObject<float>* feature = data->getFeature(name.c_str());
+    if (feature == nullptr) return nullptr;
+    const HeapMatrix<float>& values = feature->m_matrix;
+    return uint64_t{values.m_rows} * values.m_cols < count ? nullptr : values.m_data;
+  };
+}
+
 // Unsigned keys that order like the float scores under `<`: negative scores below positive
 // ones, -0 with +0, and NaN (only a NaN weight or a damaged stream makes one) after all.
 uint32_t orderKey(float score) {
@@ -138,6 +158,11 @@ void CSignatureDatabase::requireKnownVersion(const std::string& version) const {
   }
 }
 
+void CSignatureDatabase::addSignature(const CAudioSignMulti& signature, uint32_t idLow,
+                                      uint32_t idHigh, uint32_t tag) {
+  addFeatures(versionOf(signature), featuresOf(signature), idLow, idHigh, tag);
+}
+
 // The item goes into every group or into none: a failing group's add leaves its own list as
 // it was, and the groups before it drop the item they took, so the lists stay in step.
 void CSignatureDatabase::addFeatures(const std::string& version, const FeatureTiles& tiles,
@@ -178,6 +203,11 @@ void CSignatureDatabase::clearAll() {
 uint32_t CSignatureDatabase::itemCount() const {
   if (groups.empty()) throw std::string(kNoDatabase);
   return static_cast<uint32_t>(groups[0].items.size());
+}
+
+const std::vector<SClassifyResult>& CSignatureDatabase::classifyFloat(
+    const CAudioSignMulti& signature, int mode, DistanceFunction chosen) {
+  return classifyFeatures(versionOf(signature), featuresOf(signature), mode, chosen);
 }
 
 // score_i = (((0 + s_0i) + s_1i) + s_2i) + s_3i, each addition rounded to float, groups in

@@ -26,6 +26,7 @@
 #include "database/SClassifyResult.h"
 #include "database/SFeatureGroupDef.h"
 #include "database/SGroupWeight.h"
+#include "signature/CAudioSignMulti.h"
 
 class CSignatureDatabase : public CMessageObject {
  public:
@@ -45,10 +46,14 @@ class CSignatureDatabase : public CMessageObject {
   // reserveCount items, then sets both weights to 50.
   void init(const std::vector<SFeatureGroupDef>& defs, uint32_t reserveCount);
 
-  // Adds a signature, given as its "VER" text and its features, under the id words, one
-  // vector in every group. On failure nothing is added. Fails with "Wrong Feature Version",
+  // Adds a signature under the id words, one vector in every group. On failure nothing is
+  // added. Fails with "Wrong Feature Version" (no "VER" frame "V6", or no signature at all),
   // "addSignature without database initialized", or "addSignature Unknown Error" for the id
-  // 0, 0, a missing feature or a failure in building a vector.
+  // 0, 0, a missing or short feature or a failure in building a vector.
+  void addSignature(const CAudioSignMulti& signature, uint32_t idLow, uint32_t idHigh,
+                    uint32_t tag);
+
+  // addSignature for a signature given as its "VER" text and its features.
   void addFeatures(const std::string& version, const FeatureTiles& tiles, uint32_t idLow,
                    uint32_t idHigh, uint32_t tag);
 
@@ -65,7 +70,15 @@ class CSignatureDatabase : public CMessageObject {
   // Scores every stored signature against the query in `mode` and returns them ranked,
   // lowest score first; equal scores keep the order of the items. The reference stays valid
   // until the next classification or clearAll. `chosen` is accepted for the exported
-  // layer's sake and has no effect: each group's own table decides the distance.
+  // layer's sake and has no effect: each group's own table decides the distance. Fails with
+  // "Wrong Feature Version", "classifyFloat without database initialized", "classifyFloat
+  // with 0 items in databases", "classify called to empty database", "Error classifing" (a
+  // stored vector of another length) or "classifyFloat Error Unknown Error" (a missing or
+  // short feature, anything else); the previous results then stay.
+  const std::vector<SClassifyResult>& classifyFloat(const CAudioSignMulti& signature, int mode,
+                                                    DistanceFunction chosen);
+
+  // classifyFloat for a query given as its "VER" text and its features.
   const std::vector<SClassifyResult>& classifyFeatures(const std::string& version,
                                                        const FeatureTiles& tiles, int mode,
                                                        DistanceFunction chosen);

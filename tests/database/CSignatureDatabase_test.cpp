@@ -5,6 +5,10 @@
 #include <map>
 #include <string>
 #include <vector>
+#include "feature/CFeatureObject.h"
+#include "signature/CAudioSignMulti.h"
+#include "signature/CSignDataMulti.h"
+#include "signature/SMetaFrame.h"
 #include "tests/database/StringThrown.h"
 
 namespace {
@@ -312,6 +316,47 @@ TEST(SignatureDatabaseThresholdTest, CountsLeadingScoresUpToTheDoubleThreshold) 
   EXPECT_EQ(CSignatureDatabase::countBelowThreshold(ranked({0.0f, 0.069999993f, 0.08f})), 2u);
   // The float nearest 0.07 lies above the double 0.07, so it is cut.
   EXPECT_EQ(CSignatureDatabase::countBelowThreshold(ranked({0.0f, 0.07f, 0.01f})), 1u);
+}
+
+// The same store through real signature objects, as the exported layer hands them over.
+class SignatureObjectTest : public SignatureDatabaseTest {
+ protected:
+  static CAudioSignMulti signatureOf(const SFakeSignature& s, bool withVersion = true) {
+    auto* data = new CSignDataMulti();
+    for (const auto& feature : s.features) {
+      auto* object = new CFeatureObject<float>(feature.first.c_str(), 2027);
+      object->AppendVector(BaseVector<float>(const_cast<float*>(feature.second.data()),
+                                             static_cast<uint32_t>(feature.second.size())));
+      data->AddFeatureObject(object);
+    }
+    data->setCuid(21);
+    if (withVersion) data->addFrame(SMetaFrame(3, 2, "VER", s.version.c_str()));
+    CAudioSignMulti signature;
+    signature.adopt(data);
+    return signature;
+  }
+};
+
+TEST_F(SignatureObjectTest, AddsAndClassifiesSignatures) {
+  for (uint32_t id = 1; id <= 3; ++id) db.addSignature(signatureOf(photo(id)), id, 0, id);
+  const std::vector<SClassifyResult>& ranked = db.classifyFloat(signatureOf(photo(2)), 0, nullptr);
+  ASSERT_EQ(ranked.size(), 3u);
+  EXPECT_EQ(ranked[0].idLow, 2u);
+  EXPECT_EQ(ranked[0].score, 0.0f);
+  // The same scores as through the features themselves.
+  const std::vector<SClassifyResult> viaObjects = ranked;
+  const std::vector<SClassifyResult>& viaFeatures = classify(photo(2), 0);
+  for (size_t i = 0; i < viaObjects.size(); ++i) EXPECT_EQ(viaObjects[i].score, viaFeatures[i].score);
+}
+
+TEST_F(SignatureObjectTest, SignatureWithoutVersionOrDataIsRefused) {
+  const CAudioSignMulti noVersion = signatureOf(photo(1), false);
+  const CAudioSignMulti empty;
+  for (const CAudioSignMulti* s : {&noVersion, &empty}) {
+    EXPECT_EQ(stringThrown([&] { db.addSignature(*s, 1, 0, 0); }), "Wrong Feature Version");
+    EXPECT_EQ(stringThrown([&] { db.classifyFloat(*s, 1, nullptr); }), "Wrong Feature Version");
+  }
+  EXPECT_EQ(db.itemCount(), 0u);
 }
 
 }  // namespace
