@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "feature/CSignDataASE.h"
+#include "feature/CSignDataSFM.h"
 #include "feature/FeatureObjException.h"
 #include "vexl/ByteOrder.h"
 
@@ -45,8 +47,16 @@ CFeatureObjectBase* CSignDataMulti::createFeature(uint16_t typeId, const std::st
   return CreateFeatureObject(typeId);
 }
 
-CFeatureObjectBase* CSignDataMulti::CreateFeatureObject(uint16_t) {
-  return new CFeatureObject<float>();
+CFeatureObjectBase* CSignDataMulti::CreateFeatureObject(uint16_t featureId) {
+  switch (featureId) {
+    case 1:
+    case 2:
+      return new CSignDataSFM();
+    case 3:
+      return new CSignDataASE();
+    default:
+      return new CFeatureObject<float>();
+  }
 }
 
 void CSignDataMulti::toWholeStream(CWholeStream& stream, CSignatureHook* hook) {

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "feature/CSignDataASE.h"
+#include "feature/CSignDataSFM.h"
 #include "tests/ThrownText.h"
 #include "tests/signature/HexBytes.h"
 #include "tests/signature/PhotoSignatureGolden.h"
@@ -177,11 +179,14 @@ TEST(SignDataMulti, NoFeatureNoStream) {
 }
 
 TEST(SignDataMulti, FactoryGoesByIdAlone) {
-  // Every id gives a float object, whatever the stored type word says.
+  // Every id gives a float object, whatever the stored type word says; 1 and 2 an SFM, 3 an
+  // ASE feature.
   for (uint16_t id : {0, 1, 2, 3, 2027}) {
     SCOPED_TRACE(id);
     std::unique_ptr<CFeatureObjectBase> object(CSignDataMulti::CreateFeatureObject(id));
     EXPECT_NE(dynamic_cast<CFeatureObject<float>*>(object.get()), nullptr);
+    EXPECT_EQ(dynamic_cast<CSignDataSFM*>(object.get()) != nullptr, id == 1 || id == 2);
+    EXPECT_EQ(dynamic_cast<CSignDataASE*>(object.get()) != nullptr, id == 3);
   }
   CSignDataMulti data;
   std::unique_ptr<CFeatureObjectBase> object(data.createFeature(0, "uchr"));

@@ -7,6 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "feature/CSignDataSFM.h"
+#include "feature/FeatureObjException.h"
+#include "signature/CAudioSignMulti.h"
 #include "signature/CWholeStream.h"
 #include "tests/signature/OlderStreams.h"
 
@@ -101,6 +104,37 @@ TEST(OlderFormTest, ByteMatrixBecomesAByteFeatureWithDefaultSettings) {
                           "03 4D41540A 75636872 62696E0A 00000001 00000003 010203"
                           "04 54756964 08 0000000000000000"
                           "04 43756964 04 0000004D")));
+}
+
+TEST(OlderFormTest, SignatureObjectRebuildsTheFeatureClassOfItsId) {
+  const struct {
+    const char* versionText;  // hex
+    const char* failure;
+  } cases[] = {
+      {"4631433231", nullptr},  // "F1C21"
+      {"4632433231", nullptr},  // "F2C21"
+      {"4633433231", "CFeatureObject: feature name mismatch"},  // "F3C21": an ASE named "SFM"
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.versionText);
+    std::string body = kOlderBodyVarint;
+    body.replace(body.find("4631433231"), 10, c.versionText);
+    std::istringstream in(fromHex("4F525646 00000003 53" + body));
+    CAudioSignMulti sign;
+    if (c.failure != nullptr) {
+      EXPECT_THAT([&] { sign.read(in, nullptr); },
+                  testing::ThrowsMessage<FeatureObjException>(testing::StrEq(c.failure)));
+      continue;
+    }
+    sign.read(in, nullptr);
+    const auto* sfm = dynamic_cast<const CSignDataSFM*>(sign.getData()->getFeature("SFM"));
+    ASSERT_NE(sfm, nullptr);
+    EXPECT_EQ(sfm->m_sfmLowBand, 8);
+    EXPECT_EQ(sfm->m_sfmHighBand, 15);
+    EXPECT_EQ(sfm->m_tempRes, 3u);
+    EXPECT_EQ(sfm->m_msPerRow, 90.0f);
+    EXPECT_EQ(sfm->m_matrix.m_rows, 1u);
+  }
 }
 
 TEST(OlderFormTest, OtherElementTypesGiveNoFeatureFrame) {
