@@ -78,6 +78,21 @@ TEST(CChunkContainerTest, MinimalStreamGetsDefaults) {
   EXPECT_EQ(chunks.bodySize(), 31u);
 }
 
+TEST(CChunkContainerTest, MetaChunksCountTwiceTowardTheDeclaredSize) {
+  // Version 4 with a declared body of 127 bytes: after the chunk, pos is 39; each "META" of 9
+  // frame bytes adds 9 consumed + 9 declared + 4 (kept), so the fourth reaches 127 and the
+  // fifth is left in the stream.
+  const std::string meta = "4D455441 09 04 54495432 03 616263";
+  std::string hex = "4F525646 00000004 7F 46454154 05 44415441 AB";
+  for (int i = 0; i < 5; ++i) hex += meta;
+  std::istringstream in(fromHex(hex));
+  CChunkContainer chunks(1, nullptr, nullptr);
+  EXPECT_EQ(chunks.parseStream(in), 3);
+  EXPECT_EQ(chunks.frameCount(), 4u);
+  std::string rest((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  EXPECT_EQ(toHex(rest), toHex(fromHex(meta)));
+}
+
 struct Refused {
   const char* name;
   std::string hex;
