@@ -2,21 +2,16 @@
 #ifndef ORVANE_TESTS_SIGNATURE_HEXBYTES_H_
 #define ORVANE_TESTS_SIGNATURE_HEXBYTES_H_
 
-#include <cctype>
+#include <algorithm>
 #include <cstdio>
 #include <string>
 
 // "4D 45 41" or "4d4541" to bytes; spaces are ignored.
-inline std::string fromHex(const std::string& hex) {
+inline std::string fromHex(std::string hex) {
   std::string bytes;
-  std::string pair;
-  for (char c : hex) {
-    if (std::isspace(static_cast<unsigned char>(c))) continue;
-    pair += c;
-    if (pair.size() == 2) {
-      bytes += static_cast<char>(std::stoi(pair, nullptr, 16));
-      pair.clear();
-    }
+  hex.erase(std::remove(hex.begin(), hex.end(), ' '), hex.end());
+  for (size_t i = 0; i + 1 < hex.size(); i += 2) {
+    bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
   }
   return bytes;
 }
