@@ -1,7 +1,7 @@
 // Benchmarks of the image analysis, single thread, on in-memory BGR photos of 640x480,
 // 1920x1080 and 4000x3000 (a fixed pseudo-random texture with smooth colour gradients):
 //   BM_Extract     the whole run: fit into the 256x256 box, gray and HSV images, the edge
-//                  and colour histograms;
+//                  and colour histograms, the rows of the signature;
 //   BM_FitIntoBox  the fit (the cubic resize into the box) alone;
 //   BM_Analysis    everything after the fit (CDescriptorExtractor::run on the fitted image).
 // Items are photos; the time per photo is the reported time per iteration.

@@ -1,5 +1,5 @@
-// CExtractorEngine: the road from a caller's blue, green, red pixels to the feature vectors
-// of a photo.
+// CExtractorEngine: the road from a caller's blue, green, red pixels to the signature of a
+// photo.
 //
 // The engine owns every working image, allocated once at creation; a run allocates no image
 // memory except the resize's small working memory and, for photos whose shorter side comes
@@ -16,9 +16,11 @@
 
 #include "imaging/SFeatureBuffers.h"
 
+class CAudioSignMulti;
 class CDescriptorExtractor;
 class CImageBuffer;
 class CPreprocessor;
+class CSignatureBuilder;
 
 class CExtractorEngine {
  public:
@@ -29,16 +31,19 @@ class CExtractorEngine {
   CExtractorEngine(const CExtractorEngine&) = delete;
   CExtractorEngine& operator=(const CExtractorEngine&) = delete;
 
-  // Computes the four vectors of the photo into `buffers`. `pixels` are read in place and
-  // never written. Throws std::string "Error preprocessing" when fitting fails (null pixels,
-  // a size or line step below 1, or a side that shrinks to 0) and "Error extracting" when the
-  // analysis fails.
-  void run(const unsigned char* pixels, int width, int height, int lineStep);
+  // Computes the four vectors of the photo into `buffers` and returns the builder's
+  // signature holding them; the engine owns it and the next run overwrites it. `pixels` are
+  // read in place and never written. Throws std::string: "Error preprocessing" when fitting
+  // fails (null pixels, a size or line step below 1, or a side that shrinks to 0), "Error
+  // extracting" when the analysis fails, a text of the builder, or "Unknown Error" for any
+  // other failure of the builder.
+  CAudioSignMulti& run(const unsigned char* pixels, int width, int height, int lineStep);
 
   std::unique_ptr<CImageBuffer> input;
   std::unique_ptr<CImageBuffer> working;
   std::unique_ptr<CDescriptorExtractor> descriptors;
   std::unique_ptr<CPreprocessor> preprocessor;
+  std::unique_ptr<CSignatureBuilder> builder;
   SFeatureBuffers buffers;
 };
 

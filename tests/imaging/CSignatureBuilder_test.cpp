@@ -1,0 +1,75 @@
+#include "imaging/CSignatureBuilder.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "imaging/CExtractorEngine.h"
+
+namespace {
+
+std::vector<unsigned char> grayPhoto(int width, int height, unsigned char value) {
+  return std::vector<unsigned char>(static_cast<size_t>(width) * height * 3, value);
+}
+
+// The one row of a feature, checked for shape and id.
+std::vector<float> rowOf(const CSignDataMulti& data, const char* name, uint32_t length) {
+  const CFeatureObject<float>* feature = data.getFeature(name);
+  EXPECT_NE(feature, nullptr) << name;
+  if (feature == nullptr) return {};
+  EXPECT_EQ(feature->m_featureId, 2027) << name;
+  EXPECT_EQ(feature->m_matrix.m_rows, 1u) << name;
+  EXPECT_EQ(feature->m_matrix.m_cols, length) << name;
+  return std::vector<float>(feature->m_matrix.m_data, feature->m_matrix.m_data + length);
+}
+
+TEST(CSignatureBuilder, RunEndsInFourOneRowFeaturesAndTwoFrames) {
+  CExtractorEngine engine(256, 256);
+  const std::vector<unsigned char> gray = grayPhoto(640, 480, 77);
+  CAudioSignMulti& sign = engine.run(gray.data(), 640, 480, 1920);
+  ASSERT_TRUE(sign.hasData());
+  const CSignDataMulti& data = *sign.getData();
+
+  // A gray photo: no edges, hue and saturation 0, value 77 in bin 1 of every tile.
+  std::vector<float> edg(96, 0.0f), hue(144, 0.0f), sat(36, 0.0f), val(36, 0.0f);
+  for (int i = 5; i < 96; i += 6) edg[i] = 1.0f;
+  for (int i = 0; i < 144; i += 16) hue[i] = 1.0f;
+  for (int i = 0; i < 36; i += 4) sat[i] = val[i + 1] = 1.0f;
+  EXPECT_EQ(rowOf(data, "EDG", 96), edg);
+  EXPECT_EQ(rowOf(data, "HUE", 144), hue);
+  EXPECT_EQ(rowOf(data, "SAT", 36), sat);
+  EXPECT_EQ(rowOf(data, "VAL", 36), val);
+
+  const struct {
+    const char *feature, *parameter;
+    uint32_t value;
+  } sizes[] = {{"HUE", "H_SIZE", 256}, {"SAT", "S_SIZE", 64}, {"VAL", "V_SIZE", 64}};
+  for (const auto& s : sizes) {
+    uint32_t value = 0;
+    EXPECT_TRUE(data.getFeature(s.feature)->GetParameter(&value, s.parameter, false));
+    EXPECT_EQ(value, s.value) << s.parameter;
+  }
+
+  ASSERT_EQ(data.getMetaVec().frameCount(), 2u);
+  EXPECT_TRUE(data.getMetaVec().frameAt(0).hasId("Cuid", 4));
+  EXPECT_TRUE(data.getMetaVec().frameAt(1).hasId("VER", 3));
+  char version[8];
+  ASSERT_EQ(data.getMeta("VER", version, sizeof version), 0);
+  EXPECT_STREQ(version, "V6");
+}
+
+TEST(CSignatureBuilder, NextRunReplacesTheRowsOfTheSameSignature) {
+  CExtractorEngine engine(256, 256);
+  const std::vector<unsigned char> gray = grayPhoto(300, 200, 77);
+  const std::vector<unsigned char> white = grayPhoto(200, 300, 255);
+  CAudioSignMulti* first = &engine.run(gray.data(), 300, 200, 900);
+  CAudioSignMulti& second = engine.run(white.data(), 200, 300, 600);
+  EXPECT_EQ(&second, first);
+  // White loses its value: 255 falls into no bin.
+  EXPECT_EQ(rowOf(*second.getData(), "VAL", 36), std::vector<float>(36, 0.0f));
+  EXPECT_EQ(second.getData()->getMetaVec().frameCount(), 2u);
+}
+
+}  // namespace
