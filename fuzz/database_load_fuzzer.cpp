@@ -5,28 +5,40 @@
 #include <cstdint>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "database/CSignatureDatabase.h"
 #include "database/SFeatureGroupDef.h"
+#include "feature/CFeatureObject.h"
+#include "signature/CAudioSignMulti.h"
+#include "signature/CSignDataMulti.h"
+#include "signature/SMetaFrame.h"
 
 namespace {
 
 constexpr size_t kMaxInput = 1 << 16;
 
-// Tiles of a query photo: a fixed ramp per feature.
-const float* queryTiles(const std::string& name, uint32_t) {
-  static const std::vector<float> edg(96, 0.25f);
-  static const std::vector<float> hue = [] {
-    std::vector<float> v(144);
-    for (size_t i = 0; i < v.size(); ++i) v[i] = static_cast<float>(i % 16) / 16.0f;
-    return v;
+// A query photo as the extractor would give it: four one-row float features (a ramp of
+// tile values each) and the version frame.
+const CAudioSignMulti& query() {
+  static const CAudioSignMulti signature = [] {
+    const std::pair<const char*, uint32_t> features[] = {
+        {"EDG", 96}, {"HUE", 144}, {"SAT", 36}, {"VAL", 36}};
+    auto* data = new CSignDataMulti();
+    for (const auto& [name, count] : features) {
+      std::vector<float> tiles(count);
+      for (uint32_t i = 0; i < count; ++i) tiles[i] = static_cast<float>(i % 7) / 7.0f;
+      auto* feature = new CFeatureObject<float>(name, 2027);
+      feature->AppendVector(BaseVector<float>(tiles.data(), count));
+      data->AddFeatureObject(feature);
+    }
+    data->addFrame(SMetaFrame(3, 2, "VER", "V6"));
+    CAudioSignMulti made;
+    made.adopt(data);
+    return made;
   }();
-  static const std::vector<float> level(36, 0.5f);
-  if (name == "EDG") return edg.data();
-  if (name == "HUE") return hue.data();
-  if (name == "SAT" || name == "VAL") return level.data();
-  return nullptr;
+  return signature;
 }
 
 }  // namespace
@@ -42,8 +54,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   volatile uint32_t sink = read + db.itemCount();
   for (int mode : {0, 1}) {
     try {
-      const std::vector<SClassifyResult>& ranked =
-          db.classifyFeatures("V6", queryTiles, mode, nullptr);
+      const std::vector<SClassifyResult>& ranked = db.classifyFloat(query(), mode, nullptr);
       for (const SClassifyResult& r : ranked) sink = sink + r.idLow + r.idHigh + (r.score < 0.07f);
     } catch (const std::string&) {
       // An empty or refused store answers with one of its texts.
