@@ -1,6 +1,5 @@
 #include "feature/CFeatObjMap.h"
 
-#include <cstring>
 #include <memory>
 
 #include "feature/ByteReader.h"
@@ -83,14 +82,10 @@ void CFeatObjMap::ExcerptFrom(const CFeatObjMap& other, uint32_t skipMs, uint32_
 }
 
 void CFeatObjMap::ReadFromMetaVec(const CMetaVec& metaVec, const char* filter) {
-  const char* tag = CMetaVec::tagName(kTagFeatObj);
-  const unsigned tagLength = static_cast<unsigned>(std::strlen(tag));
-  int index = 0;
-  for (;;) {
-    unsigned size = tagLength;
-    const unsigned char* data = metaVec.findFrameFrom(tag, size, index);
-    if (!data) break;
-    ++index;
+  for (int index = metaVec.findTaggedFrame(kTagFeatObj); index >= 0;
+       index = metaVec.findTaggedFrame(kTagFeatObj, index + 1)) {
+    const unsigned char* data = metaVec.frameAt(index).data.data();
+    const uint32_t size = metaVec.frameAt(index).dataLength;
     const StreamHead head = readHead(data, size);
     if (filter && head.name != filter) continue;
     std::unique_ptr<CFeatureObjectBase> object(createFeature(head.featureId, head.typeWord));
@@ -101,14 +96,11 @@ void CFeatObjMap::ReadFromMetaVec(const CMetaVec& metaVec, const char* filter) {
 }
 
 int CFeatObjMap::WriteToMetaVec(CMetaVec& metaVec) {
-  const char* tag = CMetaVec::tagName(kTagFeatObj);
-  const unsigned tagLength = static_cast<unsigned>(std::strlen(tag));
   for (auto& entry : *this) {
     CFeatureObjectBase* object = entry.second;
     object->EncodeParameters();
     const uint32_t size = object->GetStreamSize();
-    unsigned char* data = metaVec.addNewFrame(tagLength, tag, size);
-    object->WriteToStream(data, size);
+    object->WriteToStream(metaVec.addTaggedFrame(kTagFeatObj, size), size);
   }
   return static_cast<int>(size());
 }

@@ -33,6 +33,13 @@ int CMetaVec::findFrame(const char* id, unsigned length) const {
   return start;
 }
 
+int CMetaVec::findTaggedFrame(int tagIndex, int start) const {
+  const char* tag = tagName(tagIndex);
+  unsigned length = static_cast<unsigned>(std::strlen(tag));
+  findFrameFrom(tag, length, start);
+  return start;
+}
+
 const unsigned char* CMetaVec::findFrameFrom(const char* id, unsigned& length, int& start) const {
   for (size_t i = static_cast<size_t>(std::max(start, 0)); i < frames.size(); ++i) {
     if (frames[i].hasId(id, length)) {
@@ -69,6 +76,11 @@ unsigned char* CMetaVec::addNewFrame(unsigned idLength, const char* id, unsigned
   if (idLength < 1 || idLength > 255) throw std::string(kMetaIdLength);
   frames.emplace_back(idLength, dataLength, id, nullptr);
   return frames.back().data.data();
+}
+
+unsigned char* CMetaVec::addTaggedFrame(int tagIndex, unsigned dataLength) {
+  const char* tag = tagName(tagIndex);
+  return addNewFrame(static_cast<unsigned>(std::strlen(tag)), tag, dataLength);
 }
 
 int CMetaVec::removeFrame(int index) {

@@ -43,6 +43,8 @@ class CMetaVec {
 
   // Index of the first frame whose id is length bytes and agrees with id; -1 if none.
   int findFrame(const char* id, unsigned length) const;
+  // Index of the first frame from start whose id is tagName(tagIndex); -1 if none.
+  int findTaggedFrame(int tagIndex, int start = 0) const;
   // The same search from start. A hit sets start to the index and length to the frame's
   // dataLength and returns its data; a miss sets start to -1 and returns null.
   const unsigned char* findFrameFrom(const char* id, unsigned& length, int& start) const;
@@ -55,6 +57,8 @@ class CMetaVec {
   // Appends a frame with this id and a value block of dataLength bytes for the caller to fill,
   // and returns that block. Throws std::string when idLength is not 1 to 255.
   unsigned char* addNewFrame(unsigned idLength, const char* id, unsigned dataLength);
+  // The same with the id tagName(tagIndex).
+  unsigned char* addTaggedFrame(int tagIndex, unsigned dataLength);
   // 1 when the frame was removed (order kept), 0 for a bad index.
   int removeFrame(int index);
   // Removes every frame with this id; returns the number of frames left.

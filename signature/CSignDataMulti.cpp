@@ -10,14 +10,11 @@
 
 namespace {
 
-const char* tag(MetaTag index) { return CMetaVec::tagName(index); }
-unsigned tagLength(MetaTag index) { return static_cast<unsigned>(std::strlen(tag(index))); }
-
 // Removes the first frame with the tag's id, if any, and appends one holding value as a u32.
 void replaceWordFrame(CMetaVec& frames, MetaTag index, uint32_t value) {
-  const int at = frames.findFrame(tag(index), tagLength(index));
+  const int at = frames.findTaggedFrame(index);
   if (at >= 0) frames.removeFrame(at);
-  storeBigEndian32(frames.addNewFrame(tagLength(index), tag(index), 4), value);
+  storeBigEndian32(frames.addTaggedFrame(index, 4), value);
 }
 
 }  // namespace
@@ -77,7 +74,7 @@ unsigned CSignDataMulti::addFrame(const SMetaFrame& frame) {
 
 void CSignDataMulti::takeTimeFrame() {
   if (timeOrigin) return;
-  const int at = meta.findFrame(tag(kTagTime), tagLength(kTagTime));
+  const int at = meta.findTaggedFrame(kTagTime);
   if (at < 0) return;
   // A value shorter than 4 bytes counts its missing low bytes as 0.
   const SMetaFrame& frame = meta.frameAt(at);

@@ -238,13 +238,7 @@ int CWholeStream::convertChunks(CChunkContainer& chunks) {
   storeBigEndian32(addTaggedFrame(kTagCuid, 4),
                    static_cast<uint32_t>(TruncateToInt64(chunks.contentId())));
   // The signature frame has served in the chunk reader's check.
-  const char* dsig = tagName(kTagDsig);
-  const int index = findFrame(dsig, static_cast<unsigned>(std::strlen(dsig)));
+  const int index = findTaggedFrame(kTagDsig);
   if (index >= 0) removeFrame(index);
   return 0;
-}
-
-unsigned char* CWholeStream::addTaggedFrame(int tagIndex, unsigned dataLength) {
-  const char* id = tagName(tagIndex);
-  return addNewFrame(static_cast<unsigned>(std::strlen(id)), id, dataLength);
 }

@@ -56,8 +56,6 @@ class CWholeStream : public CMetaVec {
  private:
   // Replaces key by a copy of the hook's encryption key.
   void takeEncryptionKey();
-  // Appends a frame named by the tag table and returns its value block to fill.
-  unsigned char* addTaggedFrame(int tagIndex, unsigned dataLength);
   // Signed stream with a hook: checks the key and the signature, then parses the frames.
   int verifyAndParse(std::istream& in, uint32_t totalSize, uint32_t headerSize);
 

@@ -55,6 +55,8 @@ TEST(MetaVec, TagTableSearchAndBadIndices) {
   add(v, "TIME", fromHex("00000001"));
   EXPECT_EQ(v.findFrame("TIME", 4), 2);
   EXPECT_EQ(v.findFrame("TIM", 3), -1);  // a prefix is not the id
+  EXPECT_EQ(v.findTaggedFrame(kTagTime, 3), 4);
+  EXPECT_EQ(v.findTaggedFrame(kTagDsig), -1);
   unsigned length = 4;
   int start = 3;
   EXPECT_EQ(v.findFrameFrom("TIME", length, start)[3], 1);
