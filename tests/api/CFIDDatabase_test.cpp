@@ -1,0 +1,179 @@
+// The exported database as a host sees it: through orvane.h only, on generated photos.
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "orvane.h"
+#include "tests/api/GeneratedPhoto.h"
+
+namespace {
+
+template <typename Call>
+std::string failureOf(Call call) {
+  try {
+    call();
+  } catch (const FID_Exception& e) {
+    return e.what();
+  }
+  return "";
+}
+
+std::vector<int> idsOf(const std::vector<CFIDMatch>& matches) {
+  std::vector<int> ids;
+  for (const CFIDMatch& m : matches) ids.push_back(m.id);
+  return ids;
+}
+
+// A database holding the signatures of photos with seeds 1 to `count` under ids 1 to count.
+class CFIDDatabaseTest : public ::testing::Test {
+ protected:
+  CFIDDatabaseTest() : extractor(1), database(1, 8) {}
+
+  CFIDContainer signatureOf(int seed) {
+    const GeneratedPhoto photo(320, 240, seed);
+    return extractor.extract(photo.bgr.data(), photo.width, photo.height, photo.lineStep, 0, 0);
+  }
+
+  void store(int count) {
+    for (int id = 1; id <= count; ++id) database.addSignature(signatureOf(id), id, 100 + id);
+  }
+
+  CFIDExtractor extractor;
+  CFIDDatabase database;
+};
+
+}  // namespace
+
+TEST_F(CFIDDatabaseTest, RefusesEveryDatabaseTypeButOne) {
+  EXPECT_EQ(failureOf([] { CFIDDatabase d(0, 4); }), "database type not yet supported");
+  EXPECT_EQ(failureOf([] { CFIDDatabase d(3, 4); }), "database type not supported");
+  EXPECT_EQ(database.getVersions(), std::vector<std::string>{"V6"});
+  EXPECT_EQ(database.size(), 0u);
+}
+
+TEST_F(CFIDDatabaseTest, FailuresReachTheHostAsTheirTexts) {
+  const CFIDContainer query = signatureOf(1);
+  EXPECT_EQ(failureOf([&] { database.classify(query, 0, 1); }),
+            "classifyFloat with 0 items in databases");
+  EXPECT_EQ(failureOf([&] { database.removeSignature(1); }),
+            "Database is emty, item can not be removed");
+  EXPECT_EQ(failureOf([&] { database.addSignature(query, 0, 0); }),
+            "addSignature Unknown Error");
+  EXPECT_EQ(failureOf([&] { database.addSignature(CFIDContainer(), 5, 0); }),
+            "Wrong Feature Version");
+  EXPECT_EQ(database.size(), 0u);
+
+  store(2);
+  EXPECT_EQ(failureOf([&] { database.removeSignature(9); }), "Index not found");
+  EXPECT_EQ(failureOf([&] { database.classify(CFIDContainer(), 0, 1); }),
+            "Wrong Feature Version");
+}
+
+TEST_F(CFIDDatabaseTest, IdenticalSignaturesScoreZeroInEveryMode) {
+  store(3);
+  const CFIDContainer query = signatureOf(2);
+  for (int mode : {0, 1, 7, -1}) {
+    SCOPED_TRACE(mode);
+    const std::vector<CFIDMatch>& matches = database.classify(query, 0, mode);
+    ASSERT_FALSE(matches.empty());
+    EXPECT_EQ(matches[0].id, 2);
+    EXPECT_EQ(matches[0].score, 0.0f);
+  }
+}
+
+TEST_F(CFIDDatabaseTest, ModesDecideHowTheRankedListIsCut) {
+  store(4);
+  const CFIDContainer query = signatureOf(3);
+  const std::vector<CFIDMatch> all = database.classify(query, 0, 1);
+  ASSERT_EQ(all.size(), 4u);
+  for (size_t i = 1; i < all.size(); ++i) EXPECT_LE(all[i - 1].score, all[i].score);
+
+  // Mode 7 is mode 1; a negative mode ranks by row 1 too but keeps every result.
+  const std::vector<CFIDMatch> seven = database.classify(query, 0, 7);
+  EXPECT_EQ(idsOf(seven), idsOf(all));
+  EXPECT_EQ(database.classify(query, 0, -5).size(), 4u);
+
+  EXPECT_EQ(database.classify(query, 2, 1).size(), 2u);
+  EXPECT_EQ(database.classify(query, 4, 1).size(), 4u);
+  EXPECT_EQ(database.classify(query, 99, 1).size(), 4u);
+
+  // Mode 0 ignores maxResults and keeps the scores up to 0.07: here the photo itself only.
+  for (unsigned maxResults : {0u, 1u, 4u}) {
+    const std::vector<CFIDMatch>& same = database.classify(query, maxResults, 0);
+    ASSERT_EQ(same.size(), 1u);
+    EXPECT_EQ(same[0].id, 3);
+  }
+}
+
+TEST_F(CFIDDatabaseTest, RemovalAndClearChangeWhatIsFound) {
+  store(4);
+  database.removeSignature(2);
+  EXPECT_EQ(database.size(), 3u);
+  const std::vector<CFIDMatch> left = database.classify(signatureOf(2), 0, 1);
+  EXPECT_EQ(left.size(), 3u);
+  for (const CFIDMatch& m : left) EXPECT_NE(m.id, 2);
+  database.clear();
+  EXPECT_EQ(database.size(), 0u);
+}
+
+TEST_F(CFIDDatabaseTest, WeightsAreKeptAsSetAndResetByLoad) {
+  float percent = -1.0f;
+  EXPECT_TRUE(database.getWeight(0, &percent));
+  EXPECT_EQ(percent, 50.0f);
+  EXPECT_TRUE(database.getWeight(1, &percent));
+  EXPECT_EQ(percent, 50.0f);
+  EXPECT_FALSE(database.getWeight(2, &percent));
+  EXPECT_EQ(percent, 50.0f);  // untouched
+
+  database.setWeight(0, 150.0f);
+  EXPECT_TRUE(database.getWeight(0, &percent));
+  EXPECT_EQ(percent, 150.0f);
+
+  store(1);
+  std::stringstream stream;
+  database.save(stream);
+  database.load(stream);
+  EXPECT_TRUE(database.getWeight(0, &percent));
+  EXPECT_EQ(percent, 0.5f);
+}
+
+TEST_F(CFIDDatabaseTest, SaveAndLoadKeepTheRankingOnceWeightsAreSetAgain) {
+  store(4);
+  database.removeSignature(1);
+  const CFIDContainer query = signatureOf(4);
+  const std::vector<CFIDMatch> before = database.classify(query, 0, 1);
+
+  std::stringstream stream;
+  database.save(stream);
+  CFIDDatabase loaded(1, 0);
+  loaded.load(stream);
+  EXPECT_EQ(loaded.size(), 3u);
+
+  const std::vector<CFIDMatch> unweighted = loaded.classify(query, 0, 1);
+  loaded.setWeight(0, 50.0f);
+  loaded.setWeight(1, 50.0f);
+  const std::vector<CFIDMatch> after = loaded.classify(query, 0, 1);
+  EXPECT_EQ(idsOf(after), idsOf(before));
+  for (size_t i = 0; i < before.size(); ++i) {
+    SCOPED_TRACE(i);
+    EXPECT_EQ(after[i].score, before[i].score);
+    EXPECT_NEAR(unweighted[i].score * 100.0f, before[i].score, before[i].score * 1e-5f);
+  }
+}
+
+TEST_F(CFIDDatabaseTest, CopiesHoldNothingAndFailCleanly) {
+  store(1);
+  CFIDDatabase copy(database);
+  std::stringstream stream;
+  float percent;
+  EXPECT_TRUE(copy.getVersions().empty());
+  EXPECT_EQ(failureOf([&] { copy.size(); }), "No database initialized");
+  EXPECT_EQ(failureOf([&] { copy.clear(); }), "Error clearing database");
+  EXPECT_EQ(failureOf([&] { copy.classify(signatureOf(1), 0, 0); }), "Not yet implemented");
+  EXPECT_EQ(failureOf([&] { copy.save(stream); }), "Cant Save Database");
+  EXPECT_FALSE(copy.getWeight(0, &percent));
+  copy.addSignature(signatureOf(1), 1, 0);  // does nothing
+  EXPECT_EQ(database.size(), 1u);
+}

@@ -1,0 +1,125 @@
+// The exported extractor and container as a host sees them: through orvane.h only.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+#include "orvane.h"
+#include "tests/api/GeneratedPhoto.h"
+
+using ::testing::HasSubstr;
+
+namespace {
+
+// The text of the FID_Exception that `call` throws, or "" when it throws none.
+template <typename Call>
+std::string failureOf(Call call) {
+  try {
+    call();
+  } catch (const FID_Exception& e) {
+    return e.what();
+  }
+  return "";
+}
+
+std::string streamOf(const CFIDContainer& container) {
+  std::stringstream out;
+  EXPECT_EQ(container.write(out), 0);
+  return out.str();
+}
+
+const CFIDContainer& extract(CFIDExtractor& extractor, const GeneratedPhoto& photo) {
+  return extractor.extract(photo.bgr.data(), photo.width, photo.height, photo.lineStep, 0, 0);
+}
+
+}  // namespace
+
+TEST(CFIDExtractorTest, RefusesEveryDatabaseTypeButOne) {
+  EXPECT_EQ(failureOf([] { CFIDExtractor e(0); }), "database type not yet supported");
+  EXPECT_EQ(failureOf([] { CFIDExtractor e(2); }), "database type not supported");
+  EXPECT_EQ(failureOf([] { CFIDExtractor e(-1); }), "database type not supported");
+  EXPECT_EQ(failureOf([] { CFIDExtractor e(1); }), "");
+}
+
+TEST(CFIDExtractorTest, ContainerFailuresBeforeAnySignature) {
+  CFIDContainer empty;
+  std::stringstream out;
+  EXPECT_EQ(failureOf([&] { empty.getFeatureVersion(); }), "FID Container is empty");
+  EXPECT_EQ(failureOf([&] { empty.write(out); }), "FID Container not init");
+  EXPECT_EQ(CFIDContainer::getLibraryVersion(), "Orvane.dll 0.2 000");
+}
+
+TEST(CFIDExtractorTest, ExtractFailuresReachTheHostAsTheirTexts) {
+  CFIDExtractor extractor(1);
+  const GeneratedPhoto photo(64, 48, 1);
+  std::istringstream encoded("not a photo");
+  const unsigned char* noPixels = nullptr;
+  EXPECT_EQ(failureOf([&] { extractor.extract(noPixels, 64, 48, 192, 0, 0); }),
+            "Error preprocessing");
+  EXPECT_EQ(failureOf([&] { extractor.extract(photo.bgr.data(), 0, 48, 192, 0, 0); }),
+            "Error preprocessing");
+  EXPECT_EQ(failureOf([&] { extractor.extract(encoded); }), "Not yet implemented");
+  // A copied extractor holds no engine: it refuses instead of crashing.
+  CFIDExtractor copy(extractor);
+  EXPECT_EQ(failureOf([&] { extract(copy, photo); }), "Not yet implemented");
+}
+
+TEST(CFIDExtractorTest, ExtractGivesAVersionedSignatureWhatEverTheOverload) {
+  CFIDExtractor extractor(1);
+  GeneratedPhoto photo(320, 240, 2);
+  const std::string viaConst = streamOf(extract(extractor, photo));
+  const CFIDContainer& result =
+      extractor.extract(photo.bgr.data(), photo.width, photo.height, photo.lineStep, 7, 9);
+  EXPECT_EQ(streamOf(result), viaConst);
+  CFIDContainer copy(result);
+  EXPECT_EQ(copy.getFeatureVersion(), "V6");
+}
+
+TEST(CFIDExtractorTest, LinePaddingDoesNotChangeTheSignature) {
+  CFIDExtractor extractor(1);
+  const std::string tight = streamOf(extract(extractor, GeneratedPhoto(300, 200, 3)));
+  const std::string padded = streamOf(extract(extractor, GeneratedPhoto(300, 200, 3, 13)));
+  EXPECT_EQ(padded, tight);
+}
+
+TEST(CFIDExtractorTest, CopiesKeepTheirSignatureWhenTheExtractorRunsAgain) {
+  CFIDExtractor extractor(1);
+  const CFIDContainer& current = extract(extractor, GeneratedPhoto(320, 240, 1));
+  const CFIDContainer copy(current);
+  CFIDContainer assigned;
+  assigned = current;
+  const std::string first = streamOf(copy);
+
+  extract(extractor, GeneratedPhoto(320, 240, 5));
+  EXPECT_NE(streamOf(current), first);  // the reference shows the newest photo
+  EXPECT_EQ(streamOf(copy), first);
+  EXPECT_EQ(streamOf(assigned), first);
+}
+
+TEST(CFIDExtractorTest, SignatureStreamRoundTripsAndBadStreamsEmptyTheContainer) {
+  CFIDExtractor extractor(1);
+  const std::string written = streamOf(extract(extractor, GeneratedPhoto(256, 256, 4)));
+
+  CFIDContainer restored;
+  std::istringstream in(written);
+  EXPECT_EQ(&restored.read(in), &in);
+  EXPECT_EQ(restored.getFeatureVersion(), "V6");
+  // A feature read back carries its row time of 30 ms, which a fresh one leaves unset:
+  // from the first rewrite on, the stream stays the same.
+  const std::string rewritten = streamOf(restored);
+  EXPECT_GT(rewritten.size(), written.size());
+  std::istringstream again(rewritten);
+  CFIDContainer second;
+  second.read(again);
+  EXPECT_EQ(streamOf(second), rewritten);
+
+  std::istringstream garbage(std::string(40, '\x07'));
+  EXPECT_NE(failureOf([&] { restored.read(garbage); }), "");
+  EXPECT_EQ(failureOf([&] { restored.getFeatureVersion(); }), "FID Container is empty");
+
+  std::istringstream atEnd("");
+  atEnd.get();  // sets the end-of-file bit before the read
+  EXPECT_THAT(failureOf([&] { restored.read(atEnd); }),
+              HasSubstr("no audio signature found in istream (EOF)"));
+}
