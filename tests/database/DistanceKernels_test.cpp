@@ -16,75 +16,59 @@ uint64_t bitsOf(double value) {
   return bits;
 }
 
-struct SHandCase {
-  const char* name;
-  DistanceKernel kernel;
-  std::vector<float> a;
-  std::vector<float> b;
-  uint32_t first;
-  uint32_t last;
-  uint32_t period;
-  double expected;
-};
-
 TEST(DistanceKernelsTest, KindsGiveHandComputedValues) {
-  const double inf = HUGE_VAL;
-  const SHandCase cases[] = {
-      // Cumulative sums: a neighbouring bin costs 1 step, a distant one 3.
-      {"cumulative neighbour", windowedCumulativeDifference, {1, 0, 0, 0}, {0, 1, 0, 0}, 0, 4, 4,
-       0.25},
-      {"cumulative distant", windowedCumulativeDifference, {1, 0, 0, 0}, {0, 0, 0, 1}, 0, 4, 4,
-       0.75},
-      // Period 2: mass moved across a block boundary counts once in each block.
-      {"cumulative across blocks", windowedCumulativeDifference, {0, 1, 0, 0}, {0, 0, 1, 0}, 0,
-       4, 2, 0.75},
-      {"cumulative sub-range", windowedCumulativeDifference, {9, 1, 0}, {9, 0, 1}, 1, 3, 16, 0.5},
-      // (ln4/ln2)*4 + (ln2/ln4)*2 = 9 over 2 steps; a zero in b adds nothing, one in a divides
-      // by zero.
+  const DistanceKernel cumulative = windowedCumulativeDifference, meanAbs = meanAbsoluteDifference;
+  const struct {
+    const char* name;
+    DistanceKernel kernel;
+    std::vector<float> a, b;
+    uint32_t first, last, period;
+    double expected;
+  } cases[] = {
+      // Cumulative sums: a neighbouring bin costs 1 step, a distant one 3; with period 2, mass
+      // moved across a block boundary counts once in each block.
+      {"cumulative neighbour", cumulative, {1, 0, 0, 0}, {0, 1, 0, 0}, 0, 4, 4, 0.25},
+      {"cumulative distant", cumulative, {1, 0, 0, 0}, {0, 0, 0, 1}, 0, 4, 4, 0.75},
+      {"cumulative across blocks", cumulative, {0, 1, 0, 0}, {0, 0, 1, 0}, 0, 4, 2, 0.75},
+      {"cumulative sub-range", cumulative, {9, 1, 0}, {9, 0, 1}, 1, 3, 16, 0.5},
+      // (ln4/ln2)*4 + (ln2/ln4)*2 = 9 over 2 steps; a zero in b adds nothing, in a divides by 0.
       {"log ratio", logarithmRatio, {2, 4}, {4, 2}, 0, 2, 0, 4.5},
       {"log ratio zero query", logarithmRatio, {2, 4}, {0, 0}, 0, 2, 0, 0.0},
-      {"log ratio zero stored", logarithmRatio, {0}, {2}, 0, 1, 0, inf},
-      {"mean absolute", meanAbsoluteDifference, {1, 2, 3}, {2, 2, 5}, 0, 3, 6, 1.0},
-      {"mean absolute sub-range", meanAbsoluteDifference, {1, 2, 3}, {2, 2, 5}, 1, 3, 6, 1.0},
+      {"log ratio zero stored", logarithmRatio, {0}, {2}, 0, 1, 0, HUGE_VAL},
+      {"mean absolute", meanAbs, {1, 2, 3}, {2, 2, 5}, 0, 3, 6, 1.0},
+      {"mean absolute sub-range", meanAbs, {1, 2, 3}, {2, 2, 5}, 1, 3, 6, 1.0},
       // Blocks of 2: means 1 and 1 count, the last block (mean 5) is dropped; 2 / (6 / 2).
       {"block square", blockSquare, {1, 1, 1, 1, 5, 5}, {0, 0, 0, 0, 0, 0}, 0, 6, 2, 2.0 / 3.0},
       {"root mean square", rootMeanSquareDifference, {1, 1, 1, 1}, {3, 3, 3, 3}, 0, 4, 0, 2.0},
       // Refusals: unequal lengths where lengths are compared, a range past either end anywhere.
-      {"mean absolute unequal", meanAbsoluteDifference, {1, 2, 3}, {1, 2}, 0, 2, 6, -1.0},
+      {"mean absolute unequal", meanAbs, {1, 2, 3}, {1, 2}, 0, 2, 6, -1.0},
       {"block square unequal", blockSquare, {1, 2}, {1, 2, 3}, 0, 2, 1, -1.0},
       {"root mean square unequal", rootMeanSquareDifference, {1}, {1, 2}, 0, 1, 0, -1.0},
-      {"cumulative unequal is fine", windowedCumulativeDifference, {1, 2, 3}, {1, 2}, 0, 2, 2,
-       0.0},
-      {"cumulative past the end", windowedCumulativeDifference, {1, 2, 3}, {1, 2}, 0, 3, 2, -1.0},
+      {"cumulative unequal is fine", cumulative, {1, 2, 3}, {1, 2}, 0, 2, 2, 0.0},
+      {"cumulative past the end", cumulative, {1, 2, 3}, {1, 2}, 0, 3, 2, -1.0},
       {"log ratio past the end", logarithmRatio, {1}, {1}, 0, 2, 0, -1.0},
   };
-  for (const SHandCase& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     const double d = c.kernel(c.a.data(), static_cast<uint32_t>(c.a.size()), c.b.data(),
                               static_cast<uint32_t>(c.b.size()), c.first, c.last, c.period);
     EXPECT_EQ(bitsOf(d), bitsOf(c.expected)) << d << " != " << c.expected;
   }
-}
-
-TEST(DistanceKernelsTest, WeightedDifferenceRewritesItsBufferAndChecksLengths) {
-  const float m[] = {2, 2};
-  const float w[] = {0.5f, 2};
-  // |1 - 2| * 0.5 + |5 - 2| * 2 = 6.5, over the divisor 2.
+  // The weighted form: |1 - 2| * 0.5 + |5 - 2| * 2 = 6.5, over the divisor 2.
+  const float m[] = {2, 2}, w[] = {0.5f, 2};
   EXPECT_EQ(weightedDifference(std::unique_ptr<float[]>(new float[2]{1, 5}), m, 2, w, 2, 2.0),
             3.25);
   EXPECT_EQ(weightedDifference(std::unique_ptr<float[]>(new float[2]{1, 5}), m, 2, w, 1, 2.0),
             -1.0);
 }
 
-// The many-vector forms must give the single kernel's bits for every vector, on awkward
-// lengths, counts, ranges and periods, with refused vectors mixed in.
+// On awkward lengths, counts, ranges and periods, with a refused vector mixed in.
 TEST(DistanceKernelsTest, ManyFormsMatchTheSingleKernelBitForBit) {
-  struct SPair {
+  const struct {
     DistanceKernel single;
     DistanceKernelMany many;
-  };
-  const SPair pairs[] = {{windowedCumulativeDifference, windowedCumulativeDifferenceMany},
-                         {meanAbsoluteDifference, meanAbsoluteDifferenceMany}};
+  } pairs[] = {{windowedCumulativeDifference, windowedCumulativeDifferenceMany},
+               {meanAbsoluteDifference, meanAbsoluteDifferenceMany}};
   uint32_t seed = 12345;
   const auto next = [&seed] {
     seed = seed * 1664525u + 1013904223u;
@@ -100,23 +84,21 @@ TEST(DistanceKernelsTest, ManyFormsMatchTheSingleKernelBitForBit) {
       for (size_t j = 0; j < count; ++j) {
         for (float& v : stored[j]) v = next();
         pointers.push_back(stored[j].data());
-        // Vector 9 claims a shorter length: compared kinds refuse it, and the others of
-        // its group of eight must not suffer.
+        // Vector 9 claims a shorter length: refused, without harm to its block of eight.
         lengths.push_back(j == 9 ? length - 1 : length);
       }
       for (uint32_t first : {0u, 1u, 2u}) {
         for (uint32_t period : {0u, 1u, 3u, 4u, 6u, 16u}) {
-          for (const SPair& pair : pairs) {
+          for (const auto& pair : pairs) {
             std::vector<double> many(count);
             pair.many(pointers.data(), lengths.data(), count, b.data(), length, first, length,
                       period, many.data());
             for (size_t j = 0; j < count; ++j) {
-              SCOPED_TRACE(testing::Message() << "length " << length << " count " << count
-                                              << " first " << first << " period " << period
-                                              << " vector " << j);
               const double single =
                   pair.single(pointers[j], lengths[j], b.data(), length, first, length, period);
-              EXPECT_EQ(bitsOf(many[j]), bitsOf(single)) << many[j] << " != " << single;
+              EXPECT_EQ(bitsOf(many[j]), bitsOf(single))
+                  << "length " << length << " count " << count << " first " << first << " period "
+                  << period << " vector " << j;
             }
           }
         }
