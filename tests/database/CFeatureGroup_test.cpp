@@ -75,7 +75,7 @@ TEST(FeatureGroupTest, BuiltInGroupsAfterInit) {
     EXPECT_EQ(edge.normTable.m_data[96 + b], edge.normTable.m_data[102 + b]);
     EXPECT_EQ(edge.normTable.m_data[96 + b], edge.normTable.m_data[108 + b]);
   }
-  const SDistanceRow& hue = builtIn(kHue).distanceRows[2];
+  const SDistanceRow hue = builtIn(kHue).distanceRows[2];
   EXPECT_EQ(std::vector<uint32_t>({hue.start, hue.end, hue.kind}),
             std::vector<uint32_t>({144, 160, 2}));
 }
