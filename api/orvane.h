@@ -113,7 +113,7 @@ class ORVANE_API CFIDExtractor {
  private:
   int type;
   CFIDContainer* container;
-  int unused;
+  [[maybe_unused]] int unused;  // never read; keeps the field order of the export table
   CExtractorEngine* engine;
 };
 
