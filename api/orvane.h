@@ -113,7 +113,7 @@ class ORVANE_API CFIDExtractor {
  private:
   int type;
   CFIDContainer* container;
-  [[maybe_unused]] int unused;  // never read; keeps the field order of the export table
+  [[maybe_unused]] int unused;  // reserved word, never read
   CExtractorEngine* engine;
 };
 
