@@ -4,17 +4,17 @@ ASAN_BUILD ?= build-asan
 FUZZ_SECONDS ?= 20
 CTEST_FLAGS ?= --output-on-failure -j 2
 
-.PHONY: all deps build test test-normal test-asan fuzz bench clean
+.PHONY: all deps build test test-normal test-asan fuzz bench demo clean
 
 all: build
 
 deps:
 	@scripts/install-deps.sh
 
-# Normal build: g++, tests and benchmarks.
+# Normal build: g++, tests, benchmarks and the orvane tool.
 $(BUILD)/build.ninja: | deps
 	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=g++ \
-	  -DORVANE_BUILD_TESTS=ON -DORVANE_BUILD_BENCH=ON
+	  -DORVANE_BUILD_TESTS=ON -DORVANE_BUILD_BENCH=ON -DORVANE_BUILD_TOOLS=ON
 
 build: deps $(BUILD)/build.ninja
 	cmake --build $(BUILD)
@@ -22,7 +22,7 @@ build: deps $(BUILD)/build.ninja
 # Sanitizer build: clang with ASan+UBSan, tests and libFuzzer targets.
 $(ASAN_BUILD)/build.ninja: | deps
 	cmake -S . -B $(ASAN_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
-	  -DORVANE_BUILD_TESTS=ON -DORVANE_SANITIZE=ON -DORVANE_BUILD_FUZZ=ON
+	  -DORVANE_BUILD_TESTS=ON -DORVANE_SANITIZE=ON -DORVANE_BUILD_FUZZ=ON -DORVANE_BUILD_TOOLS=OFF
 
 test-normal: build
 	ctest --test-dir $(BUILD) $(CTEST_FLAGS)
@@ -38,6 +38,11 @@ test: test-normal test-asan fuzz
 
 bench: build
 	@for b in $(BUILD)/bench/*_bench; do echo "== $$b"; $$b; done
+
+# Duplicates found among real photographs; builds only the tool.
+demo: deps $(BUILD)/build.ninja
+	cmake --build $(BUILD) --target orvane_tool
+	@scripts/demo.sh $(BUILD)/tools/orvane/orvane
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD)

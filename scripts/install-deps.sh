@@ -1,9 +1,13 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build needs, and only those that are missing.
+# Further package names given as arguments are installed the same way (make demo adds its
+# photographs).
 set -euo pipefail
 packages=(
   cmake ninja-build g++ clang libclang-rt-14-dev make binutils pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
+  libvips-dev libsqlite3-dev libcli11-dev nlohmann-json3-dev
+  "$@"
 )
 missing=()
 for p in "${packages[@]}"; do

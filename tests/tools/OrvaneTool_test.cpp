@@ -1,0 +1,375 @@
+// The orvane tool run as a program, on photos that the tests make with libvips: distinct
+// scenes, and changed copies of one of them (smaller, low JPEG quality, cropped, turned by
+// its EXIF orientation).
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+#include <vips/vips8>
+
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using Json = nlohmann::json;
+
+struct SRun {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+std::string readFile(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream bytes;
+  bytes << in.rdbuf();
+  return bytes.str();
+}
+
+// A scene of its own for every seed: waves of three frequencies and a bright block.
+vips::VImage scene(int seed, int width, int height) {
+  const vips::VImage xy = vips::VImage::xyz(width, height);
+  const vips::VImage x = xy[0] / static_cast<double>(width);
+  const vips::VImage y = xy[1] / static_cast<double>(height);
+  const vips::VImage red = (x * (360.0 * (1 + seed % 4)) + 50.0 * seed).sin() * 110 + 128;
+  const vips::VImage green = (y * (360.0 * (1 + seed % 3)) + 90.0 * seed).sin() * 110 + 128;
+  const vips::VImage blue = ((x + y) * (180.0 * (2 + seed % 5)) + 130.0 * seed).sin() * 110 + 128;
+  const double left = 0.1 * (seed % 7);
+  const double top = 0.12 * (seed % 5);
+  const vips::VImage block = (x > left) & (x < left + 0.3) & (y > top) & (y < top + 0.3);
+  const vips::VImage waves = red.bandjoin(green).bandjoin(blue);
+  return block.ifthenelse(std::vector<double>{250.0, 240.0, 60.0 * (seed % 4)}, waves)
+      .cast(VIPS_FORMAT_UCHAR)
+      .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+}
+
+class OrvaneToolTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { ASSERT_EQ(VIPS_INIT("tools_test"), 0); }
+
+  void SetUp() override {
+    char pattern[] = "/tmp/orvane-tool-test-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    dir = pattern;
+    photos = dir / "photos";
+    fs::create_directories(photos);
+    library = (dir / "photos.orvane").string();
+  }
+  void TearDown() override { fs::remove_all(dir); }
+
+  SRun run(const std::string& arguments) const {
+    const fs::path out = dir / "stdout";
+    const fs::path err = dir / "stderr";
+    const std::string command = std::string(ORVANE_TOOL) + " " + arguments + " >" +
+                                out.string() + " 2>" + err.string();
+    const int raw = std::system(command.c_str());
+    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, readFile(out), readFile(err)};
+  }
+
+  std::string save(const vips::VImage& image, const fs::path& path, const char* options = "") {
+    image.write_to_file((path.string() + options).c_str());
+    return path.string();
+  }
+
+  // Scenes 1, 2 and 3, and three changed copies of scene 1.
+  void makeFolder() {
+    fs::create_directories(photos / "copies");
+    const vips::VImage first = scene(1, 1200, 900);
+    save(first, photos / "first.jpg", "[Q=92]");
+    save(scene(2, 1200, 900), photos / "second.png");
+    save(scene(3, 900, 1200), photos / "third.jpg", "[Q=92]");
+    save(first.resize(0.5), photos / "copies" / "first-small.jpg");
+    save(first, photos / "copies" / "first-q15.jpg", "[Q=15]");
+    save(first.crop(30, 20, 1140, 860), photos / "copies" / "first-cropped.png");
+  }
+
+  void index() {
+    const SRun indexed = run("index " + library + " " + photos.string());
+    ASSERT_EQ(indexed.status, 0) << indexed.err;
+  }
+
+  std::string photo(const char* name) const { return (photos / name).string(); }
+
+  fs::path dir;
+  fs::path photos;
+  std::string library;
+};
+
+TEST_F(OrvaneToolTest, IndexSkipsUnchangedFilesAndTakesChangedOnes) {
+  makeFolder();
+  SRun first = run("index " + library + " " + photos.string() + " -j 2");
+  EXPECT_EQ(first.status, 0) << first.err;
+  EXPECT_THAT(first.out, HasSubstr("6 added, 0 updated, 0 skipped, 0 failed"));
+
+  SRun again = run("index " + library + " " + photos.string());
+  EXPECT_THAT(again.out, HasSubstr("0 added, 0 updated, 6 skipped, 0 failed"));
+
+  save(scene(4, 1200, 900), photos / "second.png");
+  fs::last_write_time(photos / "second.png",
+                      fs::last_write_time(photos / "second.png") + std::chrono::seconds(5));
+  SRun changed = run("index " + library + " " + photos.string());
+  EXPECT_THAT(changed.out, HasSubstr("0 added, 1 updated, 5 skipped, 0 failed"));
+
+  fs::remove(photos / "third.jpg");
+  SRun pruned = run("index " + library + " " + photos.string() + " --prune");
+  EXPECT_THAT(pruned.out, HasSubstr("0 added, 0 updated, 5 skipped, 0 failed, 1 pruned"));
+
+  SRun info = run("info " + library);
+  EXPECT_EQ(info.status, 0);
+  EXPECT_THAT(info.out, HasSubstr("photos    5\n"));
+  EXPECT_THAT(info.out, HasSubstr("Orvane.dll 0.2 000"));
+}
+
+TEST_F(OrvaneToolTest, FindAnswersTheSamePhotoOrTheNearest) {
+  makeFolder();
+  index();
+  const std::string stranger = save(scene(7, 1000, 800), dir / "stranger.jpg");
+
+  SRun same = run("find " + library + " " + photo("copies/first-q15.jpg"));
+  EXPECT_EQ(same.status, 0) << same.err;
+  for (const char* name : {"first.jpg", "copies/first-small.jpg", "copies/first-q15.jpg",
+                           "copies/first-cropped.png"}) {
+    EXPECT_THAT(same.out, HasSubstr(photo(name))) << name;
+  }
+  EXPECT_THAT(same.out, Not(HasSubstr("second")));
+  EXPECT_THAT(same.out, Not(HasSubstr("third")));
+
+  SRun none = run("find " + library + " " + stranger);
+  EXPECT_EQ(none.status, 1);
+  EXPECT_THAT(none.out, HasSubstr("no same photo"));
+
+  SRun nearest = run("find " + library + " " + stranger + " --near 2");
+  EXPECT_EQ(nearest.status, 0);
+  EXPECT_EQ(std::count(nearest.out.begin(), nearest.out.end(), '\n'), 3) << nearest.out;
+}
+
+TEST_F(OrvaneToolTest, DupsListsEachGroupOnce) {
+  makeFolder();
+  index();
+  SRun dups = run("dups " + library);
+  EXPECT_EQ(dups.status, 0) << dups.err;
+  EXPECT_THAT(dups.out, ::testing::StartsWith("4 photos:\n"));
+  for (const char* name : {"first.jpg", "copies/first-small.jpg", "copies/first-q15.jpg",
+                           "copies/first-cropped.png"}) {
+    const std::string path = photo(name);
+    const std::size_t at = dups.out.find(path);
+    EXPECT_NE(at, std::string::npos) << name;
+    EXPECT_EQ(dups.out.find(path, at + 1), std::string::npos) << name << " listed twice";
+  }
+  EXPECT_THAT(dups.out, Not(HasSubstr("second")));
+
+  fs::remove_all(photos / "copies");
+  fs::remove(photos / "first.jpg");
+  run("index " + library + " " + photos.string() + " --prune");
+  SRun none = run("dups " + library);
+  EXPECT_EQ(none.status, 1);
+  EXPECT_EQ(none.out, "no duplicates among 2 photos\n");
+}
+
+TEST_F(OrvaneToolTest, JsonAnswersParse) {
+  makeFolder();
+  index();
+  const Json found = Json::parse(run("find " + library + " " + photo("second.png") + " " +
+                                     photo("first.jpg") + " --near 6 --json")
+                                     .out);
+  ASSERT_EQ(found.size(), 2u);
+  EXPECT_EQ(found[1]["photo"], photo("first.jpg"));
+  const Json& matches = found[1]["matches"];
+  ASSERT_EQ(matches.size(), 6u);
+  EXPECT_EQ(matches[0]["path"], photo("first.jpg"));
+  EXPECT_EQ(matches[0]["score"], 0.0);
+  for (std::size_t i = 1; i < matches.size(); ++i) {
+    EXPECT_LE(matches[i - 1]["score"].get<double>(), matches[i]["score"].get<double>());
+  }
+
+  const Json groups = Json::parse(run("dups " + library + " --json").out);
+  ASSERT_EQ(groups.size(), 1u);
+  ASSERT_EQ(groups[0].size(), 4u);
+  for (const Json& member : groups[0]) {
+    EXPECT_THAT(member["path"].get<std::string>(), HasSubstr("first"));
+    EXPECT_LE(member["score"].get<double>(), 0.07);
+    EXPECT_GT(member["id"].get<int>(), 0);
+  }
+}
+
+TEST_F(OrvaneToolTest, ScoresReadTheSameFromTheCacheAndFromTheSignatures) {
+  makeFolder();
+  index();
+  const std::string query = "find " + library + " " + photo("third.jpg") + " --near 6 --json";
+  const SRun cached = run(query);
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(library.c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db, "DELETE FROM cache", nullptr, nullptr, nullptr), SQLITE_OK);
+  sqlite3_close(db);
+  const SRun rebuilt = run(query);
+  EXPECT_EQ(cached.status, 0);
+  EXPECT_EQ(cached.out, rebuilt.out);
+}
+
+TEST_F(OrvaneToolTest, PhotosAreTurnedUprightByTheirOrientation) {
+  const vips::VImage upright = scene(5, 1200, 900);
+  // Stored turned a quarter to the left; orientation 6 says to turn it back to the right.
+  vips::VImage turned = upright.rot270().copy();
+  turned.set("orientation", 6);
+  save(turned, photos / "turned.jpg", "[Q=95]");
+  save(scene(6, 1200, 900), photos / "other.jpg");
+  index();
+  const std::string query = save(upright, dir / "upright.jpg", "[Q=95]");
+  SRun found = run("find " + library + " " + query);
+  EXPECT_EQ(found.status, 0) << found.out;
+  EXPECT_THAT(found.out, HasSubstr(photo("turned.jpg")));
+}
+
+TEST_F(OrvaneToolTest, BadPhotosAreReportedAndSkipped) {
+  save(scene(1, 800, 600), photos / "good.jpg");
+  const std::string jpeg = readFile(photos / "good.jpg");
+  std::ofstream(photos / "truncated.jpg", std::ios::binary) << jpeg.substr(0, jpeg.size() / 2);
+  std::ofstream(photos / "notes.jpg") << "not a photo\n";
+  std::ofstream(photos / "empty.png");
+  std::ofstream(photos / "readme.txt") << "not looked at: no photo extension\n";
+
+  SRun indexed = run("index " + library + " " + photos.string() + " " + photo("missing.jpg"));
+  EXPECT_EQ(indexed.status, 0);
+  EXPECT_THAT(indexed.out, HasSubstr("1 added, 0 updated, 0 skipped, 4 failed"));
+  for (const char* name : {"truncated.jpg", "notes.jpg", "empty.png", "missing.jpg"}) {
+    EXPECT_THAT(indexed.err, HasSubstr("orvane: " + photo(name) + ": ")) << name;
+  }
+  EXPECT_THAT(indexed.err, HasSubstr("notes.jpg: not a photo"));
+  EXPECT_THAT(indexed.err, Not(HasSubstr("readme.txt")));
+
+  SRun query = run("find " + library + " " + photo("notes.jpg"));
+  EXPECT_EQ(query.status, 3);
+  EXPECT_THAT(query.err, HasSubstr(photo("notes.jpg")));
+}
+
+TEST_F(OrvaneToolTest, ForeignOrDamagedLibraryIsRefusedAndLeftAlone) {
+  save(scene(1, 800, 600), photos / "good.jpg");
+  const std::string garbage = dir / "garbage.orvane";
+  std::ofstream(garbage, std::ios::binary) << std::string(5000, '\x5a');
+  const std::string foreign = dir / "foreign.sqlite";
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(foreign.c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE photo (x)", nullptr, nullptr, nullptr), SQLITE_OK);
+  sqlite3_close(db);
+  // An orvane library with a damaged page in the middle.
+  index();
+  const std::string damaged = dir / "damaged.orvane";
+  std::string bytes = readFile(library);
+  ASSERT_GT(bytes.size(), 8192u);
+  bytes.replace(4096, 4096, std::string(4096, '\xff'));
+  std::ofstream(damaged, std::ios::binary) << bytes;
+
+  const struct {
+    std::string file;
+    std::vector<std::string> commands;
+  } cases[] = {
+      {garbage, {"index", "find", "dups", "info"}},
+      {foreign, {"index", "find", "dups", "info"}},
+      {damaged, {"index"}},
+  };
+  for (const auto& c : cases) {
+    const std::string before = readFile(c.file);
+    for (const std::string& command : c.commands) {
+      SCOPED_TRACE(command + " " + c.file);
+      const std::string tail = command == "index" ? photos.string()
+                               : command == "find" ? photo("good.jpg")
+                                                   : "";
+      SRun refused = run(command + " " + c.file + " " + tail);
+      EXPECT_EQ(refused.status, 3);
+      EXPECT_THAT(refused.err, HasSubstr("orvane: " + c.file + ": "));
+      EXPECT_EQ(readFile(c.file), before);
+    }
+  }
+}
+
+int photoRows(const std::string& library) {
+  sqlite3* db = nullptr;
+  int rows = -1;
+  if (sqlite3_open_v2(library.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
+    sqlite3_stmt* count = nullptr;
+    if (sqlite3_prepare_v2(db, "SELECT count(*) FROM photo", -1, &count, nullptr) == SQLITE_OK &&
+        sqlite3_step(count) == SQLITE_ROW) {
+      rows = sqlite3_column_int(count, 0);
+    }
+    sqlite3_finalize(count);
+  }
+  sqlite3_close(db);
+  return rows;
+}
+
+TEST_F(OrvaneToolTest, IndexKilledHalfWayLeavesAValidLibrary) {
+  constexpr int kPhotos = 60;
+  const std::string first = save(scene(1, 1600, 1200), photos / "photo-00.jpg");
+  for (int i = 1; i < kPhotos; ++i) {
+    fs::copy_file(first, photos / ("photo-" + std::to_string(100 + i).substr(1) + ".jpg"));
+  }
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    freopen("/dev/null", "w", stdout);
+    freopen("/dev/null", "w", stderr);
+    execl(ORVANE_TOOL, ORVANE_TOOL, "index", library.c_str(), photos.c_str(), "-j", "1",
+          static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (photoRows(library) <= 0 && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  kill(child, SIGKILL);
+  int raw = 0;
+  waitpid(child, &raw, 0);
+  ASSERT_TRUE(WIFSIGNALED(raw)) << "the index ended before it was killed";
+
+  const int kept = photoRows(library);
+  EXPECT_GT(kept, 0);
+  EXPECT_LT(kept, kPhotos);
+  SRun info = run("info " + library);
+  EXPECT_EQ(info.status, 0) << info.err;
+  EXPECT_THAT(info.out, HasSubstr("photos    " + std::to_string(kept) + "\n"));
+  SRun found = run("find " + library + " " + first);
+  EXPECT_EQ(found.status, 0) << found.err;
+
+  SRun resumed = run("index " + library + " " + photos.string());
+  EXPECT_THAT(resumed.out, HasSubstr(std::to_string(kPhotos - kept) + " added, 0 updated, " +
+                                     std::to_string(kept) + " skipped, 0 failed"));
+}
+
+TEST_F(OrvaneToolTest, UsageErrorsExitWithTwo) {
+  const struct {
+    std::string arguments;
+    int status;
+  } cases[] = {
+      {"", 2},
+      {"frobnicate", 2},
+      {"index", 2},
+      {"index " + library, 2},
+      {"find " + library, 2},
+      {"find " + library + " x.jpg --near 0", 2},
+      {"index " + library + " . -j 0", 2},
+      {"--help", 0},
+      {"find --help", 0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.arguments);
+    EXPECT_EQ(run(c.arguments).status, c.status);
+  }
+  EXPECT_FALSE(fs::exists(library));
+}
+
+}  // namespace

@@ -1,0 +1,78 @@
+// CPhotoLibrary: the library file of the orvane tool, a SQLite database.
+//
+// It holds one row per photo (id, path, size, modification time, signature stream) and,
+// as a cache, the saved database stream of all of them, so that a search starts from one
+// load instead of reading every signature. The cache is current only while no photo row has
+// changed since it was written (a counter that triggers raise with every change says so); a
+// stale or damaged cache is rebuilt from the signatures.
+//
+// Every change is made inside a transaction: an interrupted writer leaves the file as of its
+// last commit. A file that is not an orvane library is refused before anything is written.
+// Every failure is a CToolError naming the file.
+#ifndef ORVANE_TOOLS_CPHOTOLIBRARY_H_
+#define ORVANE_TOOLS_CPHOTOLIBRARY_H_
+
+#include <orvane.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/orvane/PhotoFiles.h"
+
+struct sqlite3;
+
+struct SStoredPhoto {
+  int id = 0;
+  std::string path;
+  SPhotoStamp stamp;
+};
+
+class CPhotoLibrary {
+ public:
+  enum class Access { kExisting, kCreate };
+
+  // Opens the library file; kCreate makes a new library when the file is missing or empty,
+  // and checks an existing one for damage before it is written.
+  CPhotoLibrary(const std::string& file, Access access);
+  ~CPhotoLibrary();
+  CPhotoLibrary(const CPhotoLibrary&) = delete;
+  CPhotoLibrary& operator=(const CPhotoLibrary&) = delete;
+
+  const std::string& file() const { return fileName; }
+
+  std::int64_t photoCount();
+  // Every photo, by id.
+  std::vector<SStoredPhoto> photos();
+
+  // Changes go between begin and commit; closing the library without commit drops them.
+  void begin();
+  void commit();
+  // Adds the photo, or replaces the row of the same path.
+  void putPhoto(const std::string& path, const SPhotoStamp& stamp, const std::string& signature);
+  void removePhoto(int id);
+
+  // Calls back with the signature of every photo, by id.
+  void forEachSignature(const std::function<void(int id, const CFIDContainer& signature)>& visit);
+
+  // A database of every photo, under the photos' ids, with the weights of a new database:
+  // loaded from the cache when it is current, otherwise built from the signatures.
+  std::unique_ptr<CFIDDatabase> loadDatabase();
+  // Writes the cache anew unless it is current.
+  void refreshCache();
+
+ private:
+  void execute(const char* sql);
+  [[noreturn]] void fail(const std::string& reason);
+  void checkFormat(Access access);
+  std::int64_t generation();
+  bool readCache(std::int64_t currentGeneration, std::string* stream);
+  std::unique_ptr<CFIDDatabase> buildDatabase(std::int64_t count);
+
+  std::string fileName;
+  sqlite3* db;
+};
+
+#endif  // ORVANE_TOOLS_CPHOTOLIBRARY_H_

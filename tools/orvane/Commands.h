@@ -1,0 +1,32 @@
+// The commands of the orvane tool. Each prints its answer on standard output, its failures
+// on standard error, and returns the exit status; a failure that stops it is thrown as
+// CToolError or FID_Exception and means exit status 3.
+#ifndef ORVANE_TOOLS_COMMANDS_H_
+#define ORVANE_TOOLS_COMMANDS_H_
+
+#include <string>
+#include <vector>
+
+enum ExitStatus : int {
+  kExitSuccess = 0,
+  kExitNothingFound = 1,  // a search found nothing
+  kExitUsage = 2,
+  kExitFailure = 3,  // I/O or library error
+};
+
+struct SIndexOptions {
+  std::string library;
+  std::vector<std::string> paths;
+  unsigned jobs = 1;
+  bool prune = false;
+  bool timings = false;  // also print how the time split between decoding and extraction
+};
+
+int runIndex(const SIndexOptions& options);
+// near 0: the photos that count as the same photo; otherwise the near nearest.
+int runFind(const std::string& library, const std::vector<std::string>& photos, unsigned near,
+            bool json);
+int runDups(const std::string& library, bool json);
+int runInfo(const std::string& library);
+
+#endif  // ORVANE_TOOLS_COMMANDS_H_

@@ -1,0 +1,81 @@
+// orvane: finds the same photo in a photo folder.
+//
+//   orvane index LIBRARY PATH... [-j N] [--prune]
+//   orvane find LIBRARY PHOTO... [--near N] [--json]
+//   orvane dups LIBRARY [--json]
+//   orvane info LIBRARY
+//
+// Exit status: 0 success, 1 a search found nothing, 2 usage error, 3 I/O or library error.
+#include <orvane.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <thread>
+
+#include "tools/orvane/CToolError.h"
+#include "tools/orvane/Commands.h"
+#include "tools/orvane/PhotoDecoder.h"
+
+int main(int argc, char** argv) {
+  CLI::App app{"orvane: finds the same photo in a photo folder."};
+  app.require_subcommand(1);
+
+  std::string library;
+  const auto addLibrary = [&library](CLI::App* command) {
+    command->add_option("LIBRARY", library, "library file (SQLite)")->required();
+  };
+  bool json = false;
+
+  SIndexOptions index;
+  index.jobs = std::max(1u, std::thread::hardware_concurrency());
+  CLI::App* indexCommand = app.add_subcommand(
+      "index", "Add the photos of files and folders to the library (made if missing); unchanged "
+               "files are skipped.");
+  addLibrary(indexCommand);
+  indexCommand->add_option("PATH", index.paths, "photo files and folders, walked recursively")
+      ->required();
+  indexCommand->add_option("-j,--jobs", index.jobs, "photos worked on at once (default: all cores)")
+      ->check(CLI::PositiveNumber);
+  indexCommand->add_flag("--prune", index.prune, "drop photos whose files are gone");
+  indexCommand->add_flag("--timings", index.timings,
+                         "also print the time spent decoding and extracting");
+
+  std::vector<std::string> photos;
+  unsigned near = 0;
+  CLI::App* findCommand = app.add_subcommand(
+      "find", "Show the stored photos that are the same photo as PHOTO, or the N nearest.");
+  addLibrary(findCommand);
+  findCommand->add_option("PHOTO", photos, "photos to look for")->required();
+  findCommand->add_option("--near", near, "the N nearest photos instead of the same photo")
+      ->check(CLI::PositiveNumber);
+  findCommand->add_flag("--json", json, "answer in JSON");
+
+  CLI::App* dupsCommand = app.add_subcommand(
+      "dups", "List groups of stored photos that count as the same photo.");
+  addLibrary(dupsCommand);
+  dupsCommand->add_flag("--json", json, "answer in JSON");
+
+  CLI::App* infoCommand =
+      app.add_subcommand("info", "Show the number of photos, the file size and the version.");
+  addLibrary(infoCommand);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    return app.exit(e) == 0 ? kExitSuccess : kExitUsage;
+  }
+
+  try {
+    CDecoderSession decoder(argv[0]);
+    if (indexCommand->parsed()) {
+      index.library = library;
+      return runIndex(index);
+    }
+    if (findCommand->parsed()) return runFind(library, photos, near, json);
+    if (dupsCommand->parsed()) return runDups(library, json);
+    return runInfo(library);
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "orvane: %s\n", e.what());
+    return kExitFailure;
+  }
+}
