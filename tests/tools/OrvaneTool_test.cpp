@@ -222,7 +222,14 @@ TEST_F(OrvaneToolTest, ScoresReadTheSameFromTheCacheAndFromTheSignatures) {
 }
 
 TEST_F(OrvaneToolTest, PhotosAreTurnedUprightByTheirOrientation) {
-  const vips::VImage upright = scene(5, 1200, 900);
+  // Red above blue: turned a quarter, the colours sit side by side instead.
+  const vips::VImage top = vips::VImage::xyz(1200, 900)[1] < 450;
+  const vips::VImage halves = top.ifthenelse(std::vector<double>{220.0, 30.0, 30.0},
+                                             std::vector<double>{20.0, 30.0, 220.0});
+  const vips::VImage upright = (halves * 0.7 + scene(5, 1200, 900) * 0.3)
+                                   .cast(VIPS_FORMAT_UCHAR)
+                                   .copy(vips::VImage::option()->set("interpretation",
+                                                                     VIPS_INTERPRETATION_sRGB));
   // Stored turned a quarter to the left; orientation 6 says to turn it back to the right.
   vips::VImage turned = upright.rot270().copy();
   turned.set("orientation", 6);
