@@ -249,19 +249,26 @@ TEST_F(OrvaneToolTest, BadPhotosAreReportedAndSkipped) {
   std::ofstream(photos / "notes.jpg") << "not a photo\n";
   std::ofstream(photos / "empty.png");
   std::ofstream(photos / "readme.txt") << "not looked at: no photo extension\n";
+  // Too thin to be fitted into the library's working box.
+  save(scene(2, 1000, 3), photos / "thin.png");
 
   SRun indexed = run("index " + library + " " + photos.string() + " " + photo("missing.jpg"));
   EXPECT_EQ(indexed.status, 0);
-  EXPECT_THAT(indexed.out, HasSubstr("1 added, 0 updated, 0 skipped, 4 failed"));
-  for (const char* name : {"truncated.jpg", "notes.jpg", "empty.png", "missing.jpg"}) {
+  EXPECT_THAT(indexed.out, ::testing::MatchesRegex("1 added, 0 updated, 0 skipped, 5 failed in [^\n]*\n"));
+  for (const char* name : {"truncated.jpg", "notes.jpg", "empty.png", "missing.jpg", "thin.png"}) {
     EXPECT_THAT(indexed.err, HasSubstr("orvane: " + photo(name) + ": ")) << name;
   }
   EXPECT_THAT(indexed.err, HasSubstr("notes.jpg: not a photo"));
   EXPECT_THAT(indexed.err, Not(HasSubstr("readme.txt")));
 
-  SRun query = run("find " + library + " " + photo("notes.jpg"));
-  EXPECT_EQ(query.status, 3);
-  EXPECT_THAT(query.err, HasSubstr(photo("notes.jpg")));
+  for (const char* name : {"notes.jpg", "thin.png"}) {
+    SCOPED_TRACE(name);
+    SRun query = run("find " + library + " " + photo(name) + " --json");
+    EXPECT_EQ(query.status, 3);
+    EXPECT_THAT(query.err, HasSubstr(photo(name)));
+    const Json answer = Json::parse(query.out);  // nothing but the answer on standard output
+    EXPECT_FALSE(answer[0]["error"].get<std::string>().empty());
+  }
 }
 
 TEST_F(OrvaneToolTest, ForeignOrDamagedLibraryIsRefusedAndLeftAlone) {

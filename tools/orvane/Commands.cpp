@@ -10,6 +10,7 @@
 
 #include "tools/orvane/CIndexer.h"
 #include "tools/orvane/CPhotoLibrary.h"
+#include "tools/orvane/CStdoutToStderr.h"
 #include "tools/orvane/DuplicateGroups.h"
 #include "tools/orvane/PhotoDecoder.h"
 
@@ -40,7 +41,11 @@ void printJson(const Json& json) {
 
 int runIndex(const SIndexOptions& options) {
   CPhotoLibrary library(options.library, CPhotoLibrary::Access::kCreate);
-  const SIndexSummary summary = CIndexer(library, options.jobs).run(options.paths, options.prune);
+  SIndexSummary summary;
+  {
+    CStdoutToStderr libraryOutput;
+    summary = CIndexer(library, options.jobs).run(options.paths, options.prune);
+  }
   const unsigned extracted = summary.added + summary.updated;
   std::printf("%u added, %u updated, %u skipped, %u failed", summary.added, summary.updated,
               summary.skipped, summary.failed);
@@ -60,37 +65,49 @@ int runFind(const std::string& libraryFile, const std::vector<std::string>& phot
   CPhotoLibrary library(libraryFile, CPhotoLibrary::Access::kExisting);
   const std::unique_ptr<CFIDDatabase> database = library.loadDatabase();
   const std::unordered_map<int, std::string> paths = pathsById(library);
-  CFIDExtractor extractor(1);
+
+  struct SAnswer {
+    std::string failure;
+    std::vector<CFIDMatch> matches;
+  };
+  std::vector<SAnswer> answers(photos.size());
+  {
+    CStdoutToStderr libraryOutput;
+    CFIDExtractor extractor(1);
+    for (std::size_t i = 0; i < photos.size(); ++i) {
+      try {
+        const SBgrPhoto photo = decodePhoto(photos[i]);
+        const CFIDContainer& signature = extractor.extract(photo.pixels.data(), photo.width,
+                                                          photo.height, photo.width * 3, 0, 0);
+        if (database->size() > 0) {
+          answers[i].matches = near > 0 ? database->classify(signature, near, 1)
+                                        : database->classify(signature, 0, 0);
+        }
+      } catch (const std::exception& e) {
+        answers[i].failure = e.what();
+        std::fprintf(stderr, "orvane: %s: %s\n", photos[i].c_str(), e.what());
+      }
+    }
+  }
 
   bool found = false;
   bool failed = false;
   Json results = Json::array();
-  for (const std::string& query : photos) {
-    Json result{{"photo", query}, {"matches", Json::array()}};
-    std::vector<CFIDMatch> matches;
-    try {
-      const SBgrPhoto photo = decodePhoto(query);
-      const CFIDContainer& signature =
-          extractor.extract(photo.pixels.data(), photo.width, photo.height, photo.width * 3, 0, 0);
-      if (database->size() > 0) {
-        matches = near > 0 ? database->classify(signature, near, 1)
-                           : database->classify(signature, 0, 0);
-      }
-    } catch (const std::exception& e) {
-      std::fprintf(stderr, "orvane: %s: %s\n", query.c_str(), e.what());
-      result["error"] = e.what();
-      results.push_back(result);
+  for (std::size_t i = 0; i < photos.size(); ++i) {
+    Json result{{"photo", photos[i]}, {"matches", Json::array()}};
+    if (!answers[i].failure.empty()) {
+      result["error"] = answers[i].failure;
       failed = true;
-      continue;
+    } else if (!json) {
+      std::printf("%s\n", photos[i].c_str());
+      if (answers[i].matches.empty()) std::printf("  no %s photo\n", near > 0 ? "stored" : "same");
     }
-    found = found || !matches.empty();
-    if (!json) std::printf("%s\n", query.c_str());
-    for (const CFIDMatch& match : matches) {
+    for (const CFIDMatch& match : answers[i].matches) {
       const std::string& path = paths.at(match.id);
       result["matches"].push_back(matchJson(match.id, path, match.score));
       if (!json) printMatch(path, match.score);
     }
-    if (!json && matches.empty()) std::printf("  no %s photo\n", near > 0 ? "stored" : "same");
+    found = found || !answers[i].matches.empty();
     results.push_back(result);
   }
   if (json) printJson(results);
