@@ -7,18 +7,9 @@
 
 #include "orvane.h"
 #include "tests/api/GeneratedPhoto.h"
+#include "tests/support/ThrownText.h"
 
 namespace {
-
-template <typename Call>
-std::string failureOf(Call call) {
-  try {
-    call();
-  } catch (const FID_Exception& e) {
-    return e.what();
-  }
-  return "";
-}
 
 std::vector<int> idsOf(const std::vector<CFIDMatch>& matches) {
   std::vector<int> ids;
@@ -47,27 +38,27 @@ class CFIDDatabaseTest : public ::testing::Test {
 }  // namespace
 
 TEST_F(CFIDDatabaseTest, RefusesEveryDatabaseTypeButOne) {
-  EXPECT_EQ(failureOf([] { CFIDDatabase d(0, 4); }), "database type not yet supported");
-  EXPECT_EQ(failureOf([] { CFIDDatabase d(3, 4); }), "database type not supported");
+  EXPECT_EQ(thrownText([] { CFIDDatabase d(0, 4); }), "database type not yet supported");
+  EXPECT_EQ(thrownText([] { CFIDDatabase d(3, 4); }), "database type not supported");
   EXPECT_EQ(database.getVersions(), std::vector<std::string>{"V6"});
   EXPECT_EQ(database.size(), 0u);
 }
 
 TEST_F(CFIDDatabaseTest, FailuresReachTheHostAsTheirTexts) {
   const CFIDContainer query = signatureOf(1);
-  EXPECT_EQ(failureOf([&] { database.classify(query, 0, 1); }),
+  EXPECT_EQ(thrownText([&] { database.classify(query, 0, 1); }),
             "classifyFloat with 0 items in databases");
-  EXPECT_EQ(failureOf([&] { database.removeSignature(1); }),
+  EXPECT_EQ(thrownText([&] { database.removeSignature(1); }),
             "Database is emty, item can not be removed");
-  EXPECT_EQ(failureOf([&] { database.addSignature(query, 0, 0); }),
+  EXPECT_EQ(thrownText([&] { database.addSignature(query, 0, 0); }),
             "addSignature Unknown Error");
-  EXPECT_EQ(failureOf([&] { database.addSignature(CFIDContainer(), 5, 0); }),
+  EXPECT_EQ(thrownText([&] { database.addSignature(CFIDContainer(), 5, 0); }),
             "Wrong Feature Version");
   EXPECT_EQ(database.size(), 0u);
 
   store(2);
-  EXPECT_EQ(failureOf([&] { database.removeSignature(9); }), "Index not found");
-  EXPECT_EQ(failureOf([&] { database.classify(CFIDContainer(), 0, 1); }),
+  EXPECT_EQ(thrownText([&] { database.removeSignature(9); }), "Index not found");
+  EXPECT_EQ(thrownText([&] { database.classify(CFIDContainer(), 0, 1); }),
             "Wrong Feature Version");
 }
 
@@ -169,10 +160,10 @@ TEST_F(CFIDDatabaseTest, CopiesHoldNothingAndFailCleanly) {
   std::stringstream stream;
   float percent;
   EXPECT_TRUE(copy.getVersions().empty());
-  EXPECT_EQ(failureOf([&] { copy.size(); }), "No database initialized");
-  EXPECT_EQ(failureOf([&] { copy.clear(); }), "Error clearing database");
-  EXPECT_EQ(failureOf([&] { copy.classify(signatureOf(1), 0, 0); }), "Not yet implemented");
-  EXPECT_EQ(failureOf([&] { copy.save(stream); }), "Cant Save Database");
+  EXPECT_EQ(thrownText([&] { copy.size(); }), "No database initialized");
+  EXPECT_EQ(thrownText([&] { copy.clear(); }), "Error clearing database");
+  EXPECT_EQ(thrownText([&] { copy.classify(signatureOf(1), 0, 0); }), "Not yet implemented");
+  EXPECT_EQ(thrownText([&] { copy.save(stream); }), "Cant Save Database");
   EXPECT_FALSE(copy.getWeight(0, &percent));
   copy.addSignature(signatureOf(1), 1, 0);  // does nothing
   EXPECT_EQ(database.size(), 1u);

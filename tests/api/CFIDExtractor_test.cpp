@@ -7,21 +7,11 @@
 
 #include "orvane.h"
 #include "tests/api/GeneratedPhoto.h"
+#include "tests/support/ThrownText.h"
 
 using ::testing::HasSubstr;
 
 namespace {
-
-// The text of the FID_Exception that `call` throws, or "" when it throws none.
-template <typename Call>
-std::string failureOf(Call call) {
-  try {
-    call();
-  } catch (const FID_Exception& e) {
-    return e.what();
-  }
-  return "";
-}
 
 std::string streamOf(const CFIDContainer& container) {
   std::stringstream out;
@@ -36,17 +26,17 @@ const CFIDContainer& extract(CFIDExtractor& extractor, const GeneratedPhoto& pho
 }  // namespace
 
 TEST(CFIDExtractorTest, RefusesEveryDatabaseTypeButOne) {
-  EXPECT_EQ(failureOf([] { CFIDExtractor e(0); }), "database type not yet supported");
-  EXPECT_EQ(failureOf([] { CFIDExtractor e(2); }), "database type not supported");
-  EXPECT_EQ(failureOf([] { CFIDExtractor e(-1); }), "database type not supported");
-  EXPECT_EQ(failureOf([] { CFIDExtractor e(1); }), "");
+  EXPECT_EQ(thrownText([] { CFIDExtractor e(0); }), "database type not yet supported");
+  EXPECT_EQ(thrownText([] { CFIDExtractor e(2); }), "database type not supported");
+  EXPECT_EQ(thrownText([] { CFIDExtractor e(-1); }), "database type not supported");
+  EXPECT_EQ(thrownText([] { CFIDExtractor e(1); }), "");
 }
 
 TEST(CFIDExtractorTest, ContainerFailuresBeforeAnySignature) {
   CFIDContainer empty;
   std::stringstream out;
-  EXPECT_EQ(failureOf([&] { empty.getFeatureVersion(); }), "FID Container is empty");
-  EXPECT_EQ(failureOf([&] { empty.write(out); }), "FID Container not init");
+  EXPECT_EQ(thrownText([&] { empty.getFeatureVersion(); }), "FID Container is empty");
+  EXPECT_EQ(thrownText([&] { empty.write(out); }), "FID Container not init");
   EXPECT_EQ(CFIDContainer::getLibraryVersion(), "Orvane.dll 0.2 000");
 }
 
@@ -55,14 +45,14 @@ TEST(CFIDExtractorTest, ExtractFailuresReachTheHostAsTheirTexts) {
   const GeneratedPhoto photo(64, 48, 1);
   std::istringstream encoded("not a photo");
   const unsigned char* noPixels = nullptr;
-  EXPECT_EQ(failureOf([&] { extractor.extract(noPixels, 64, 48, 192, 0, 0); }),
+  EXPECT_EQ(thrownText([&] { extractor.extract(noPixels, 64, 48, 192, 0, 0); }),
             "Error preprocessing");
-  EXPECT_EQ(failureOf([&] { extractor.extract(photo.bgr.data(), 0, 48, 192, 0, 0); }),
+  EXPECT_EQ(thrownText([&] { extractor.extract(photo.bgr.data(), 0, 48, 192, 0, 0); }),
             "Error preprocessing");
-  EXPECT_EQ(failureOf([&] { extractor.extract(encoded); }), "Not yet implemented");
+  EXPECT_EQ(thrownText([&] { extractor.extract(encoded); }), "Not yet implemented");
   // A copied extractor holds no engine: it refuses instead of crashing.
   CFIDExtractor copy(extractor);
-  EXPECT_EQ(failureOf([&] { extract(copy, photo); }), "Not yet implemented");
+  EXPECT_EQ(thrownText([&] { extract(copy, photo); }), "Not yet implemented");
 }
 
 TEST(CFIDExtractorTest, ExtractGivesAVersionedSignatureWhatEverTheOverload) {
@@ -115,11 +105,11 @@ TEST(CFIDExtractorTest, SignatureStreamRoundTripsAndBadStreamsEmptyTheContainer)
   EXPECT_EQ(streamOf(second), rewritten);
 
   std::istringstream garbage(std::string(40, '\x07'));
-  EXPECT_NE(failureOf([&] { restored.read(garbage); }), "");
-  EXPECT_EQ(failureOf([&] { restored.getFeatureVersion(); }), "FID Container is empty");
+  EXPECT_NE(thrownText([&] { restored.read(garbage); }), "");
+  EXPECT_EQ(thrownText([&] { restored.getFeatureVersion(); }), "FID Container is empty");
 
   std::istringstream atEnd("");
   atEnd.get();  // sets the end-of-file bit before the read
-  EXPECT_THAT(failureOf([&] { restored.read(atEnd); }),
+  EXPECT_THAT(thrownText([&] { restored.read(atEnd); }),
               HasSubstr("no audio signature found in istream (EOF)"));
 }

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "database/SFeatureGroupDef.h"
-#include "tests/database/StringThrown.h"
+#include "tests/support/ThrownText.h"
 
 namespace {
 
@@ -93,7 +93,7 @@ TEST(FeatureGroupTest, InitReservesExactlyAndSkipsUnknownKinds) {
   g.makeMeans = MakeMeans3;
   const std::vector<float> tiles(g.tileValues(), 1.0f);
   g.add(tiles.data(), 1, 0, 0);
-  EXPECT_EQ(stringThrown([&] { g.classify(tiles.data(), 4); }), "Error classifing");
+  EXPECT_EQ(thrownText([&] { g.classify(tiles.data(), 4); }), "Error classifing");
 }
 
 // Independent reference of a group vector: every mean row adds its tiles in the listed order,
@@ -173,22 +173,22 @@ TEST(FeatureGroupTest, ScoreIsDistanceOfTheModesRowTimesScale) {
   edge.scale = 0.1f;
   EXPECT_EQ(edge.classify(query.data(), 0)[0].score, static_cast<float>(1.0 / 96 * 0.1f));
   EXPECT_GT(edge.classify(query.data(), 1)[0].score, static_cast<float>(1.0 / 192 * 0.1f));
-  EXPECT_EQ(stringThrown([&] { edge.classify(query.data(), 5); }), "Error classifing");
+  EXPECT_EQ(thrownText([&] { edge.classify(query.data(), 5); }), "Error classifing");
 }
 
 TEST(FeatureGroupTest, RefusalsLeaveTheGroupAsItWas) {
   CFeatureGroup g = builtIn(kEdge);
   const std::vector<float> tiles(g.tileValues(), 1.0f);
-  EXPECT_EQ(stringThrown([&] { g.classify(tiles.data(), 0); }),
+  EXPECT_EQ(thrownText([&] { g.classify(tiles.data(), 0); }),
             "classify called to empty database");
-  EXPECT_EQ(stringThrown([&] { g.add(tiles.data(), 0, 0, 0); }),
+  EXPECT_EQ(thrownText([&] { g.add(tiles.data(), 0, 0, 0); }),
             "addSignature used without correct id specified");
   EXPECT_THROW(g.add(nullptr, 1, 0, 0), std::invalid_argument);
   EXPECT_TRUE(g.items.empty());
   g.add(tiles.data(), 0, 1, 9);  // a high word alone is an id
   EXPECT_THROW(g.classify(nullptr, 0), std::invalid_argument);
   g.items[0].vector.Resize(1, 191);  // refused by the length-checking kind
-  EXPECT_EQ(stringThrown([&] { g.classify(tiles.data(), 1); }), "Error classifing");
+  EXPECT_EQ(thrownText([&] { g.classify(tiles.data(), 1); }), "Error classifing");
 }
 
 }  // namespace

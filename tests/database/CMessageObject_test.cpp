@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/database/StringThrown.h"
+#include "tests/support/ThrownText.h"
 #include "tests/support/HexBytes.h"
 
 namespace {
@@ -41,7 +41,7 @@ const char kPairMessage[] =
 
 TEST(CMessageObjectTest, SendPacksIntoAFinishedMessageWithTheTag) {
   CPair pair;
-  EXPECT_EQ(stringThrown([&] { pair.messageSize(); }), "socket not initialized");
+  EXPECT_EQ(thrownText([&] { pair.messageSize(); }), "socket not initialized");
   pair.number = 42;
   pair.text = "hi";
   const unsigned char* bytes = pair.sendToBuffer();
@@ -72,7 +72,7 @@ TEST(CMessageObjectTest, ReceiveUnpacksOnlyAMessageWithItsTag) {
   CPair damaged;
   EXPECT_EQ(damaged.receiveFromBuffer(bytes.data(), static_cast<unsigned>(bytes.size())), 1);
   EXPECT_EQ(damaged.unpacked, 1);
-  EXPECT_EQ(stringThrown([&] { damaged.messageSize(); }), "socket not initialized");
+  EXPECT_EQ(thrownText([&] { damaged.messageSize(); }), "socket not initialized");
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 
 #include "database/CSignatureDatabase.h"
 #include "database/SFeatureGroupDef.h"
-#include "tests/database/StringThrown.h"
+#include "tests/support/ThrownText.h"
 #include "tests/support/HexBytes.h"
 
 namespace {
@@ -200,7 +200,7 @@ TEST_F(SignatureDatabaseStreamTest, HeaderAndVersionsComeFromTheStream) {
   stream[stream.find("V6") + 1] = '7';
   load(loaded, stream);
   EXPECT_EQ(loaded.itemCount(), 0u);
-  EXPECT_EQ(stringThrown([&] { loaded.addFeatures("V6", photoTiles(1).reader(), 1, 0, 0); }),
+  EXPECT_EQ(thrownText([&] { loaded.addFeatures("V6", photoTiles(1).reader(), 1, 0, 0); }),
             "Wrong Feature Version");
 }
 
@@ -267,8 +267,8 @@ TEST_F(SignatureDatabaseStreamTest, FailingStreamsReportTheirTexts) {
   std::istream in(&failing);
   in.exceptions(std::ios::badbit);
   db.addFeatures("V6", photoTiles(1).reader(), 1, 0, 0);
-  EXPECT_EQ(stringThrown([&] { db.saveToStream(out); }), "Error OStreaming Database");
-  EXPECT_EQ(stringThrown([&] { db.loadFromStream(in); }), "Error IStreaming Database");
+  EXPECT_EQ(thrownText([&] { db.saveToStream(out); }), "Error OStreaming Database");
+  EXPECT_EQ(thrownText([&] { db.loadFromStream(in); }), "Error IStreaming Database");
   EXPECT_EQ(db.itemCount(), 1u);
 }
 

@@ -11,7 +11,7 @@
 #include "signature/CAudioSignMulti.h"
 #include "signature/CSignDataMulti.h"
 #include "signature/SMetaFrame.h"
-#include "tests/database/StringThrown.h"
+#include "tests/support/ThrownText.h"
 
 namespace {
 
@@ -90,11 +90,11 @@ TEST(SignatureDatabaseCreationTest, StartsWithVersionAndHalfPercentWeights) {
   EXPECT_EQ(percent, 0.5f);
   EXPECT_EQ(db.weights.at(0).weight, 0.005f);
   EXPECT_EQ(db.weights.at(1).weight, static_cast<float>(0.005f * 0.2));
-  EXPECT_EQ(stringThrown([&] { db.itemCount(); }), "No database initialized");
+  EXPECT_EQ(thrownText([&] { db.itemCount(); }), "No database initialized");
   const SFakeSignature s = photo(1);
-  EXPECT_EQ(stringThrown([&] { db.addFeatures("V6", s.tiles(), 1, 0, 0); }),
+  EXPECT_EQ(thrownText([&] { db.addFeatures("V6", s.tiles(), 1, 0, 0); }),
             "addSignature without database initialized");
-  EXPECT_EQ(stringThrown([&] { db.classifyFeatures("V6", s.tiles(), 1, nullptr); }),
+  EXPECT_EQ(thrownText([&] { db.classifyFeatures("V6", s.tiles(), 1, nullptr); }),
             "classifyFloat without database initialized");
   db.removeSignature(1, 0);  // nothing to remove from, nothing to report
 }
@@ -144,8 +144,8 @@ TEST_F(SignatureDatabaseTest, RemovalMovesTheLastSignatureIntoTheGap) {
   EXPECT_EQ(storedIds(), (std::vector<uint32_t>{1, 4, 3}));
   EXPECT_EQ(classify(photo(4), 1)[0].idLow, 4u);
   EXPECT_EQ(classify(photo(4), 1)[0].score, 0.0f);
-  EXPECT_EQ(stringThrown([&] { db.removeSignature(2, 0); }), "Index not found");
-  EXPECT_EQ(stringThrown([&] { db.removeSignature(1, 7); }), "Index not found");
+  EXPECT_EQ(thrownText([&] { db.removeSignature(2, 0); }), "Index not found");
+  EXPECT_EQ(thrownText([&] { db.removeSignature(1, 7); }), "Index not found");
   // The same id twice gives two items, removed front first.
   add(photo(5), 3);
   db.removeSignature(3, 0);
@@ -153,7 +153,7 @@ TEST_F(SignatureDatabaseTest, RemovalMovesTheLastSignatureIntoTheGap) {
   EXPECT_EQ(classify(photo(5), 1)[0].score, 0.0f);
   for (uint32_t id : {1, 4, 3}) db.removeSignature(id, 0);
   EXPECT_EQ(db.itemCount(), 0u);
-  EXPECT_EQ(stringThrown([&] { db.removeSignature(1, 0); }),
+  EXPECT_EQ(thrownText([&] { db.removeSignature(1, 0); }),
             "Database is emty, item can not be removed");
 }
 
@@ -185,15 +185,15 @@ TEST_F(SignatureDatabaseTest, FailuresLeaveItemsAndResultsAsTheyWere) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    EXPECT_EQ(stringThrown([&] { add(*c.s, c.id); }), c.addText);
+    EXPECT_EQ(thrownText([&] { add(*c.s, c.id); }), c.addText);
     if (c.classifyText) {
-      EXPECT_EQ(stringThrown([&] { classify(*c.s, 1); }), c.classifyText);
+      EXPECT_EQ(thrownText([&] { classify(*c.s, 1); }), c.classifyText);
     }
     EXPECT_EQ(storedIds(), (std::vector<uint32_t>{1, 2}));
     expectSameResults(db.finalResults, before);
   }
   db.groups[2].items.clear();  // a later group emptied behind the first one's back
-  EXPECT_EQ(stringThrown([&] { classify(photo(2), 1); }), "classify called to empty database");
+  EXPECT_EQ(thrownText([&] { classify(photo(2), 1); }), "classify called to empty database");
   expectSameResults(db.finalResults, before);
 }
 
@@ -205,7 +205,7 @@ TEST_F(SignatureDatabaseTest, ClearAllKeepsGroupsAndWeights) {
   EXPECT_EQ(db.itemCount(), 0u);
   EXPECT_TRUE(db.finalResults.empty());
   EXPECT_EQ(db.groups[1].scale, 0.2f * 0.4f);
-  EXPECT_EQ(stringThrown([&] { classify(photo(1), 1); }),
+  EXPECT_EQ(thrownText([&] { classify(photo(1), 1); }),
             "classifyFloat with 0 items in databases");
 }
 
@@ -294,8 +294,8 @@ TEST_F(SignatureDatabaseTest, SignatureObjectsScoreLikeTheirFeatures) {
   expectSameResults(viaObjects, classify(photo(2), 0));
   const CAudioSignMulti noVersion = signatureOf(photo(1), false), empty;
   for (const CAudioSignMulti* s : {&noVersion, &empty}) {
-    EXPECT_EQ(stringThrown([&] { db.addSignature(*s, 1, 0, 0); }), "Wrong Feature Version");
-    EXPECT_EQ(stringThrown([&] { db.classifyFloat(*s, 1, nullptr); }), "Wrong Feature Version");
+    EXPECT_EQ(thrownText([&] { db.addSignature(*s, 1, 0, 0); }), "Wrong Feature Version");
+    EXPECT_EQ(thrownText([&] { db.classifyFloat(*s, 1, nullptr); }), "Wrong Feature Version");
   }
   EXPECT_EQ(db.itemCount(), 3u);
 }

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "feature/CFeatureObject.h"
-#include "tests/ThrownText.h"
+#include "tests/support/ThrownText.h"
 
 namespace {
 

@@ -6,7 +6,9 @@
 #include <sstream>
 
 #include "feature/FeatureObjException.h"
-#include "tests/TestSupport.h"
+#include "tests/support/HexBytes.h"
+#include "tests/support/ThrownText.h"
+#include "tests/support/ExpectVEXL.h"
 
 namespace {
 
@@ -40,16 +42,6 @@ uint32_t Read(CFeatureObject<T>& object, const Bytes& bytes) {
   return object.ReadFromStream(bytes.data(), static_cast<uint32_t>(bytes.size()));
 }
 
-template <typename F>
-std::string FeatureFailure(F f) {
-  try {
-    f();
-  } catch (const FeatureObjException& e) {
-    return e.what();
-  }
-  return "(none)";
-}
-
 CFeatureObject<float> PhotoFeature() {
   CFeatureObject<float> object("HUE", 2027);
   object.SetParameter("H_SIZE", 256u);
@@ -61,11 +53,11 @@ CFeatureObject<float> PhotoFeature() {
 TEST(FeatureObjectStreamTest, WritesAndReadsTheGoldenFloatStream) {
   CFeatureObject<float> object = PhotoFeature();
   EXPECT_EQ(object.GetStreamSize(), 69u);
-  EXPECT_EQ(ToHex(Write(object)), ToHex(Hex(kPhotoStream)));
+  EXPECT_EQ(hexText(Write(object)), hexText(hexBytes(kPhotoStream)));
 
   CFeatureObject<float> read;
   read.m_msPerRow = 5.0f;
-  EXPECT_EQ(Read(read, Hex(kPhotoStream)), 69u);
+  EXPECT_EQ(Read(read, hexBytes(kPhotoStream)), 69u);
   EXPECT_EQ(read.GetName(), "HUE");
   EXPECT_EQ(read.GetFeatureId(), 2027);
   EXPECT_EQ(read.GetMsPerRow(), 30.0f) << "a stream without msPerRow gets the default";
@@ -74,7 +66,7 @@ TEST(FeatureObjectStreamTest, WritesAndReadsTheGoldenFloatStream) {
   EXPECT_EQ(size, 256u);
   ASSERT_EQ(read.m_matrix.m_cols, 3u);
   EXPECT_EQ(read.m_matrix.m_data[2], 0.25f);
-  EXPECT_EQ(Write(read), Hex(kPhotoStream));
+  EXPECT_EQ(Write(read), hexBytes(kPhotoStream));
 }
 
 TEST(FeatureObjectStreamTest, DefaultQuantisersStoreOneBytePerElement) {
@@ -83,12 +75,12 @@ TEST(FeatureObjectStreamTest, DefaultQuantisersStoreOneBytePerElement) {
   float row[4] = {0.5f, 1.0f, 0.05f, 0.0f};
   object.AppendVector(BaseVector<float>(row, 4));
   object.EncodeParameters();
-  EXPECT_EQ(ToHex(Write(object)), ToHex(Hex(kDefaultQuantStream)));
+  EXPECT_EQ(hexText(Write(object)), hexText(hexBytes(kDefaultQuantStream)));
   ASSERT_NE(object.m_defaultQuant, nullptr);
   EXPECT_EQ(object.m_defaultQuant->GetTotalColumns(), 4u);
 
   CFeatureObject<float> read;
-  Read(read, Hex(kDefaultQuantStream));
+  Read(read, hexBytes(kDefaultQuantStream));
   EXPECT_EQ(read.GetMsPerRow(), 30.0f);
   EXPECT_TRUE(read.m_stringParams.empty()) << "msPerRow is taken out of the map";
   EXPECT_EQ(read.m_matrix.m_data[0], 128.5f / 256);
@@ -96,11 +88,11 @@ TEST(FeatureObjectStreamTest, DefaultQuantisersStoreOneBytePerElement) {
   EXPECT_EQ(read.m_matrix.m_data[2],
             static_cast<float>(128.5 * static_cast<double>(0.1f / 256)));
   read.EncodeParameters();
-  EXPECT_EQ(Write(read), Hex(kDefaultQuantStream));
+  EXPECT_EQ(Write(read), hexBytes(kDefaultQuantStream));
 }
 
 TEST(FeatureObjectStreamTest, StreamQuantisersConvertAndTheBlockGoesBackOutRaw) {
-  const Bytes stream = Hex(kQuantHeader) + Hex(kQuantSubBlock) + Hex(kByteMatrix);
+  const Bytes stream = hexBytes(kQuantHeader) + hexBytes(kQuantSubBlock) + hexBytes(kByteMatrix);
   CFeatureObject<float> object;
   EXPECT_EQ(Read(object, stream), stream.size());
   ASSERT_NE(object.m_streamQuant, nullptr);
@@ -108,15 +100,15 @@ TEST(FeatureObjectStreamTest, StreamQuantisersConvertAndTheBlockGoesBackOutRaw) 
   const float expected[4] = {0.5f / 256, 128.5f / 256, 255.5f / 256, 64.5f / 256};
   for (int i = 0; i < 4; ++i) EXPECT_EQ(object.m_matrix.m_data[i], expected[i]) << i;
   EXPECT_EQ(object.GetStreamSize(), 64u);
-  EXPECT_EQ(ToHex(Write(object)), ToHex(stream));
+  EXPECT_EQ(hexText(Write(object)), hexText(stream));
 
   // A second block replaces the first.
-  const Bytes twice = Hex(kQuantHeader) + Hex("05 5175616e74 00000006 0000") +
-                      Hex(kQuantSubBlock) + Hex(kByteMatrix);
+  const Bytes twice = hexBytes(kQuantHeader) + hexBytes("05 5175616e74 00000006 0000") +
+                      hexBytes(kQuantSubBlock) + hexBytes(kByteMatrix);
   EXPECT_EQ(Read(object, twice), twice.size());
   EXPECT_EQ(object.m_matrix.m_data[3], 64.5f / 256);
   // Without a block, feature id 7 has nothing to convert with.
-  EXPECT_EQ(FeatureFailure([&] { Read(object, Hex(kQuantHeader) + Hex(kByteMatrix)); }),
+  EXPECT_EQ(thrownText([&] { Read(object, hexBytes(kQuantHeader) + hexBytes(kByteMatrix)); }),
             "CFeatureObject: feature type conversion requieres a quantizer");
 }
 
@@ -124,12 +116,12 @@ TEST(FeatureObjectStreamTest, IntegerObjectsStoreTheirOwnTypeAndKeepAQuantBlockR
   CFeatureObject<unsigned int> object("cnt", 9);
   unsigned int row[2] = {7, 0x01020304};
   object.AppendVector(BaseVector<unsigned int>(row, 2));
-  const Bytes plain = Hex("0002 0009 03 636e74 04 75696e74"
+  const Bytes plain = hexBytes("0002 0009 03 636e74 04 75696e74"
                           "03 4d41540a 75696e74 62696e0a 00000001 00000002 00000007 01020304");
-  EXPECT_EQ(ToHex(Write(object)), ToHex(plain));
+  EXPECT_EQ(hexText(Write(object)), hexText(plain));
 
-  const Bytes bytes = Hex("0002 0009 03 636e74 04 75636872") + Hex(kQuantSubBlock) +
-                      Hex("03 4d41540a 75636872 62696e0a 00000001 00000002 05 06");
+  const Bytes bytes = hexBytes("0002 0009 03 636e74 04 75636872") + hexBytes(kQuantSubBlock) +
+                      hexBytes("03 4d41540a 75636872 62696e0a 00000001 00000002 05 06");
   CFeatureObject<unsigned char> small;
   EXPECT_EQ(Read(small, bytes), bytes.size());
   EXPECT_EQ(small.m_matrix.m_data[1], 6) << "no conversion";
@@ -137,55 +129,55 @@ TEST(FeatureObjectStreamTest, IntegerObjectsStoreTheirOwnTypeAndKeepAQuantBlockR
 }
 
 TEST(FeatureObjectStreamTest, EveryVersionUpTo2IsReadAndVersion1HasFixedValueFields) {
-  const Bytes head = Hex("0007 01 41 03 666c74 05 506172616d 01 06 737472696e67 01"
+  const Bytes head = hexBytes("0007 01 41 03 666c74 05 506172616d 01 06 737472696e67 01"
                          "08 6d7350657252 6f77");
   CFeatureObject<float> object;
-  Read(object, Hex("0001") + head + Text("45") + Bytes(14, 0));
+  Read(object, hexBytes("0001") + head + textBytes("45") + Bytes(14, 0));
   EXPECT_EQ(object.GetMsPerRow(), 45.0f);
   for (const char* version : {"0002", "0000", "8000"}) {
     SCOPED_TRACE(version);
-    Read(object, Hex(version) + head + Hex("02 3435"));
+    Read(object, hexBytes(version) + head + hexBytes("02 3435"));
     EXPECT_EQ(object.GetMsPerRow(), 45.0f);
     EXPECT_EQ(object.GetName(), "A");
   }
-  EXPECT_EQ(FeatureFailure([&] { Read(object, Hex("0003") + head + Hex("02 3435")); }),
+  EXPECT_EQ(thrownText([&] { Read(object, hexBytes("0003") + head + hexBytes("02 3435")); }),
             "CFeatureObject: unsupported stream version");
 }
 
 TEST(FeatureObjectStreamTest, RefusesBadStreamsWithTheLayerTexts) {
-  const Bytes head = Hex("0002 0007 01 41 03 666c74");
+  const Bytes head = hexBytes("0002 0007 01 41 03 666c74");
   CFeatureObject<float> object;
   const struct {
     Bytes tail;
     const char* detail;
   } cases[] = {
-      {Hex("04 50617261"), "unsupported sub tag in stream"},
-      {Hex("05 5061726178 00"), "unsupported sub tag in stream"},
-      {Hex("03 4d4158"), "unsupported sub tag in stream"},
-      {Hex("05 506172616d 01 03 666c74 00"), "unsupported type of parameter map"},
-      {Hex("05 5175616e74 00000099 0000"), "format error in input stream"},
-      {Hex("05 506172616d 02 03 696e74 00"), "format error in input stream"},
-      {Hex("05 5061"), "format error in input stream"},
+      {hexBytes("04 50617261"), "unsupported sub tag in stream"},
+      {hexBytes("05 5061726178 00"), "unsupported sub tag in stream"},
+      {hexBytes("03 4d4158"), "unsupported sub tag in stream"},
+      {hexBytes("05 506172616d 01 03 666c74 00"), "unsupported type of parameter map"},
+      {hexBytes("05 5175616e74 00000099 0000"), "format error in input stream"},
+      {hexBytes("05 506172616d 02 03 696e74 00"), "format error in input stream"},
+      {hexBytes("05 5061"), "format error in input stream"},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(ToHex(c.tail));
-    EXPECT_EQ(FeatureFailure([&] { Read(object, head + c.tail); }),
+    SCOPED_TRACE(hexText(c.tail));
+    EXPECT_EQ(thrownText([&] { Read(object, head + c.tail); }),
               std::string("CFeatureObject: ") + c.detail);
   }
   CFeatureObject<unsigned int> numbers;
-  EXPECT_EQ(FeatureFailure([&] { Read(numbers, Hex(kPhotoStream)); }),
+  EXPECT_EQ(thrownText([&] { Read(numbers, hexBytes(kPhotoStream)); }),
             "CFeatureObject: feature type mismatch");
-  EXPECT_EQ(FeatureFailure([&] { Read(object, Hex("0002 0007 01 41 04 75696e74")); }), "(none)")
+  EXPECT_EQ(thrownText([&] { Read(object, hexBytes("0002 0007 01 41 04 75696e74")); }), "")
       << "the stored type is only checked against a matrix";
   CFeatureObject<float> photo = PhotoFeature();
   Bytes out(68);
-  EXPECT_EQ(FeatureFailure([&] { photo.WriteToStream(out.data(), 68); }),
+  EXPECT_EQ(thrownText([&] { photo.WriteToStream(out.data(), 68); }),
             "CFeatureObject: stream buffer overflow");
 }
 
 TEST(FeatureObjectStreamTest, EveryPrefixEitherReadsOrFailsCleanly) {
-  const Bytes streams[] = {Hex(kPhotoStream), Hex(kDefaultQuantStream),
-                           Hex(kQuantHeader) + Hex(kQuantSubBlock) + Hex(kByteMatrix)};
+  const Bytes streams[] = {hexBytes(kPhotoStream), hexBytes(kDefaultQuantStream),
+                           hexBytes(kQuantHeader) + hexBytes(kQuantSubBlock) + hexBytes(kByteMatrix)};
   for (const Bytes& stream : streams) {
     for (size_t n = 0; n < stream.size(); ++n) {
       SCOPED_TRACE(n);
@@ -207,7 +199,7 @@ TEST(FeatureObjectStreamTest, EmptyQuantisedMatrixWritesFloatWordUnderByteType) 
   object.GetStreamSize();  // builds the default quantisers
   object.m_matrix.RemoveFrontRows(1);
   const Bytes stream = Write(object);
-  EXPECT_EQ(ToHex(stream), ToHex(Hex("0002 0002 03 53464d 04 75636872"
+  EXPECT_EQ(hexText(stream), hexText(hexBytes("0002 0002 03 53464d 04 75636872"
                                      "03 4d41540a 666c7400 62696e0a 00000000 00000002")));
   CFeatureObject<float> read;
   ExpectVEXL([&] { Read(read, stream); }, "unsupported type conversion", "vexl/type_info", 199);
@@ -238,10 +230,10 @@ TEST(FeatureObjectTest, ExcerptRoundsToRowsAndKeepsAtLeastOne) {
     EXPECT_EQ(typed->m_matrix.m_data[1], c.first + 100);
     EXPECT_EQ(typed->m_uintParams.at("lf"), 250u);
   }
-  EXPECT_EQ(FeatureFailure([&] { delete source.CreateExcerpt(300, 0); }),
+  EXPECT_EQ(thrownText([&] { delete source.CreateExcerpt(300, 0); }),
             "CFeatureObject: not enough data to create excerpt (skip)");
   source.m_msPerRow = 0.5f;  // rows shorter than a millisecond are refused
-  EXPECT_EQ(FeatureFailure([&] { delete source.CreateExcerpt(1, 0); }),
+  EXPECT_EQ(thrownText([&] { delete source.CreateExcerpt(1, 0); }),
             "CFeatureObject: not enough data to create excerpt (skip)");
   std::unique_ptr<CFeatureObjectBase> copy(source.CreateExcerpt(0, 0));
   SMatrixInfo info;
@@ -275,7 +267,7 @@ TEST(FeatureObjectTest, AppendNeedsTheSameSettings) {
   CFeatureObject<unsigned int> other;
   for (const CFeatureObjectBase* bad : {static_cast<const CFeatureObjectBase*>(&photo),
                                         static_cast<const CFeatureObjectBase*>(&other)}) {
-    EXPECT_EQ(FeatureFailure([&] { empty.Append(bad); }),
+    EXPECT_EQ(thrownText([&] { empty.Append(bad); }),
               "CFeatureObject: different settings, cannot append feature object");
   }
   // Written without msPerRow, read back with the default: no longer the same settings.

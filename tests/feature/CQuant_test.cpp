@@ -11,6 +11,7 @@
 #include "feature/CQuant_log.h"
 #include "feature/CQuant_polynomial.h"
 #include "feature/CQuant_sin.h"
+#include "tests/support/ThrownText.h"
 
 namespace {
 
@@ -34,16 +35,6 @@ int IntegerThrown(F f) {
     return code;
   }
   return 0;
-}
-
-template <typename F>
-std::string TextThrown(F f) {
-  try {
-    f();
-  } catch (const std::string& text) {
-    return text;
-  }
-  return "";
 }
 
 TEST(CQuantTest, LinearEdges) {
@@ -134,13 +125,13 @@ TEST(CQuantPolynomialTest, CoefficientsAndMonotonyCheck) {
   EXPECT_EQ(flatEnds.m_quadratic, 3.0f);
   EXPECT_EQ(flatEnds.GetRisingAtOne(), 0.0f);
   EXPECT_EQ(CQuant(0.0f, 1.0f, 2, false).GetRisingAtOne(), 1.0f);
-  EXPECT_EQ(TextThrown([] { CQuant_polynomial(0.0f, 1.0f, 256, false, 5.0f, 0.0f); }),
+  EXPECT_EQ(thrownText([] { CQuant_polynomial(0.0f, 1.0f, 256, false, 5.0f, 0.0f); }),
             "polynomial doesn't rise in all points between 0 and 1");
-  EXPECT_EQ(TextThrown([] { CQuant_polynomial(0.0f, 1.0f, 256, false, 1.0f, -0.1f); }),
+  EXPECT_EQ(thrownText([] { CQuant_polynomial(0.0f, 1.0f, 256, false, 1.0f, -0.1f); }),
             "rising must be greater or equal zero");
   // 3 and 0: a double root at t = 1, the edge, is accepted; 0 and 3 likewise at t = 0.
-  EXPECT_EQ(TextThrown([] { CQuant_polynomial(0.0f, 1.0f, 256, false, 3.0f, 0.0f); }), "");
-  EXPECT_EQ(TextThrown([] { CQuant_polynomial(0.0f, 1.0f, 256, false, 0.0f, 3.0f); }), "");
+  EXPECT_EQ(thrownText([] { CQuant_polynomial(0.0f, 1.0f, 256, false, 3.0f, 0.0f); }), "");
+  EXPECT_EQ(thrownText([] { CQuant_polynomial(0.0f, 1.0f, 256, false, 0.0f, 3.0f); }), "");
 }
 
 TEST(CQuantPolynomialTest, InverseTableIsBuiltInExactly1000Steps) {

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <sstream>
 
-#include "tests/TestSupport.h"
+#include "tests/support/HexBytes.h"
 
 namespace {
 
@@ -29,32 +29,32 @@ TEST(ParameterMapTest, WritesGoldenVersion2FormInKeyOrder) {
   ParameterMap<unsigned int> numbers;
   numbers.Set("uf", 1);
   numbers.Set("uf", 4000);  // a later value replaces an earlier one
-  EXPECT_EQ(ToHex(Write(numbers)), ToHex(Hex(kUintMap)));
+  EXPECT_EQ(hexText(Write(numbers)), hexText(hexBytes(kUintMap)));
   ParameterMap<std::string> texts;
   texts.Set("x", "");
   texts.Set("msPerRow", "30");
   EXPECT_EQ(texts.GetStreamSize(), 23u);
-  EXPECT_EQ(ToHex(Write(texts)), ToHex(Hex(kTextMap)));
+  EXPECT_EQ(hexText(Write(texts)), hexText(hexBytes(kTextMap)));
   EXPECT_EQ(ParameterMap<std::string>().GetStreamSize(), 0u);
   EXPECT_EQ(ParameterMap<std::string>().WriteToStream(nullptr), 0u);
 }
 
 TEST(ParameterMapTest, ReadsBothVersionsAndRewritesTheSameBytes) {
   ParameterMap<unsigned int> numbers;
-  ASSERT_EQ(Read(numbers, Hex(kUintMap) + Hex("ffff"), 2), 13u);
+  ASSERT_EQ(Read(numbers, hexBytes(kUintMap) + hexBytes("ffff"), 2), 13u);
   EXPECT_EQ(numbers["uf"], 4000u);
-  EXPECT_EQ(Write(numbers), Hex(kUintMap));
+  EXPECT_EQ(Write(numbers), hexBytes(kUintMap));
   ParameterMap<std::string> texts;
-  ASSERT_EQ(Read(texts, Hex(kTextMap), 2), 23u);
-  EXPECT_EQ(Write(texts), Hex(kTextMap));
+  ASSERT_EQ(Read(texts, hexBytes(kTextMap), 2), 23u);
+  EXPECT_EQ(Write(texts), hexBytes(kTextMap));
 
   // Version 1: fixed 16-byte text fields, padding kept; fixed 4-byte numbers.
-  const Bytes v1Text = Hex("06 737472696e67 01 08 6d7350657252 6f77") +
-                       Text("30") + Bytes(14, 0);
+  const Bytes v1Text = hexBytes("06 737472696e67 01 08 6d7350657252 6f77") +
+                       textBytes("30") + Bytes(14, 0);
   ASSERT_EQ(Read(texts, v1Text, 1), v1Text.size());
   ASSERT_EQ(texts["msPerRow"].size(), 16u);
   EXPECT_EQ(std::atof(texts["msPerRow"].c_str()), 30.0);
-  ASSERT_EQ(Read(numbers, Hex("03 696e74 01 02 6c66 000000fa"), 1), 12u);
+  ASSERT_EQ(Read(numbers, hexBytes("03 696e74 01 02 6c66 000000fa"), 1), 12u);
   EXPECT_EQ(numbers["lf"], 250u);
   EXPECT_EQ(numbers.count("uf"), 0u) << "reading replaces the whole map";
 }
@@ -63,24 +63,24 @@ TEST(ParameterMapTest, ReadingQuirks) {
   ParameterMap<unsigned int> numbers;
   numbers.Set("old", 1);
   // Another map's type word: not recognised, nothing changes.
-  EXPECT_EQ(Read(numbers, Hex(kTextMap), 2), 0u);
-  EXPECT_EQ(Read(numbers, Hex("03 696e75 00"), 2), 0u);
+  EXPECT_EQ(Read(numbers, hexBytes(kTextMap), 2), 0u);
+  EXPECT_EQ(Read(numbers, hexBytes("03 696e75 00"), 2), 0u);
   EXPECT_EQ(numbers.size(), 1u);
   // A count of 0 empties the map and consumes the type word and two bytes.
-  EXPECT_EQ(Read(numbers, Hex("03 696e74 00 ff"), 2), 5u);
+  EXPECT_EQ(Read(numbers, hexBytes("03 696e74 00 ff"), 2), 5u);
   EXPECT_TRUE(numbers.empty());
   // A number is its first four bytes; the cursor moves by the length byte. First key stays.
-  EXPECT_EQ(Read(numbers, Hex("03 696e74 02 01 61 06 00000007 ffff 01 61 04 00000009"), 2), 21u);
+  EXPECT_EQ(Read(numbers, hexBytes("03 696e74 02 01 61 06 00000007 ffff 01 61 04 00000009"), 2), 21u);
   EXPECT_EQ(numbers["a"], 7u);
   EXPECT_EQ(numbers.size(), 1u);
   ParameterMap<std::string> texts;
-  EXPECT_EQ(Read(texts, Hex("06 737472696e67 02 01 6b 01 41 01 6b 01 42"), 2), 16u);
+  EXPECT_EQ(Read(texts, hexBytes("06 737472696e67 02 01 6b 01 41 01 6b 01 42"), 2), 16u);
   EXPECT_EQ(texts["k"], "A");
 }
 
 TEST(ParameterMapTest, EveryCutStreamFailsWithTheFormatError) {
-  const Bytes lengthByteTooShort = Hex("03 696e74 01 01 61 02 0000");
-  for (const Bytes& whole : {Hex(kUintMap), lengthByteTooShort}) {
+  const Bytes lengthByteTooShort = hexBytes("03 696e74 01 01 61 02 0000");
+  for (const Bytes& whole : {hexBytes(kUintMap), lengthByteTooShort}) {
     const size_t last = whole == lengthByteTooShort ? whole.size() : whole.size() - 1;
     for (size_t n = 0; n <= last; ++n) {
       SCOPED_TRACE(n);

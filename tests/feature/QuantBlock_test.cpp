@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "feature/FeatureObjException.h"
-#include "tests/TestSupport.h"
+#include "tests/support/HexBytes.h"
 
 namespace {
 
@@ -22,7 +22,7 @@ uint32_t Parse(const Bytes& block, CQuantModule<float>* module) {
 
 TEST(QuantBlockTest, ParsesEveryQuantiserTypeOfTheGoldenBlock) {
   CQuantModule<float> module(5);
-  ASSERT_EQ(Parse(Hex(kBlock) + Hex("ffff"), &module), 70u);
+  ASSERT_EQ(Parse(hexBytes(kBlock) + hexBytes("ffff"), &module), 70u);
   ASSERT_EQ(module.GetQuantizerCount(), 4u);
   EXPECT_EQ(module.GetTotalColumns(), 5u);
   for (uint32_t i = 0; i < 4; ++i) EXPECT_EQ(module.GetQuantizerType(i), static_cast<int>(i + 1));
@@ -36,21 +36,21 @@ TEST(QuantBlockTest, ParsesEveryQuantiserTypeOfTheGoldenBlock) {
 
   float row[5] = {0.5f, 1.0f, 1e-5f, 0.5f, 5.0f};
   const HeapVector<unsigned char>& bytes = module.QuantizeRow(BaseVector<float>(row, 5));
-  EXPECT_EQ(ToHex(Bytes(bytes.m_data, bytes.m_data + 5)), "80ff7f0780");
+  EXPECT_EQ(hexText(Bytes(bytes.m_data, bytes.m_data + 5)), hexText(hexBytes("80ff7f0780")));
 }
 
 TEST(QuantBlockTest, EmptyBlockAndFailures) {
   CQuantModule<float> module(3);
-  EXPECT_EQ(Parse(Hex("00000006 0000"), &module), 6u);
+  EXPECT_EQ(Parse(hexBytes("00000006 0000"), &module), 6u);
   EXPECT_EQ(module.GetQuantizerCount(), 0u);
   try {
-    Parse(Hex("00000014 0001 05 00000000 3f800000 0001 0100 00"), &module);
+    Parse(hexBytes("00000014 0001 05 00000000 3f800000 0001 0100 00"), &module);
     ADD_FAILURE();
   } catch (const FeatureObjException& e) {
     EXPECT_STREQ(e.what(), "CFeatureObject: unknown type of quantizer found");
   }
-  EXPECT_THROW(Parse(Hex("00000014 0001 01 00000000 3f800000 0001 0000 00"), &module), int);
-  const Bytes block = Hex(kBlock);
+  EXPECT_THROW(Parse(hexBytes("00000014 0001 01 00000000 3f800000 0001 0000 00"), &module), int);
+  const Bytes block = hexBytes(kBlock);
   for (size_t n = 0; n < block.size(); ++n) {
     SCOPED_TRACE(n);
     CQuantModule<float> cut(5);
@@ -70,7 +70,7 @@ TEST(CQuantModuleTest, RowsLeaveUncoveredColumnsAndNeverPassTheirBuffers) {
   module.AddQuantizer(new CQuant(0.0f, 0.1f, 256, false), 2);
   float row[5] = {0.5f, 1.0f, 0.05f, 0.0f, 0.7f};
   const HeapVector<unsigned char>& bytes = module.QuantizeRow(BaseVector<float>(row, 5));
-  EXPECT_EQ(ToHex(Bytes(bytes.m_data, bytes.m_data + 5)), "80ff800000");
+  EXPECT_EQ(hexText(Bytes(bytes.m_data, bytes.m_data + 5)), hexText(hexBytes("80ff800000")));
   bytes.m_data[4] = 0x77;
   module.QuantizeRow(BaseVector<float>(row, 5));
   EXPECT_EQ(bytes.m_data[4], 0x77) << "the fifth byte is left as it was";

@@ -7,6 +7,7 @@
 
 #include "message/CSendMsg.h"
 #include "tests/support/HexBytes.h"
+#include "tests/support/ThrownText.h"
 
 namespace {
 
@@ -17,16 +18,6 @@ int load(CReceiveMsg& message, const std::string& hex) {
   const std::vector<unsigned char> bytes = hexBytes(hex);
   message.setBuffer(bytes.data(), static_cast<unsigned>(bytes.size()));
   return message.checkHeader(kHeader);
-}
-
-template <typename Call>
-std::string thrownText(Call call) {
-  try {
-    call();
-  } catch (const std::string& text) {
-    return text;
-  }
-  return "";
 }
 
 TEST(CReceiveMsgTest, GivesBackWhatWasSentInOrder) {

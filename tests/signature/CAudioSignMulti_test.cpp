@@ -5,8 +5,8 @@
 #include <sstream>
 #include <string>
 
-#include "tests/ThrownText.h"
-#include "tests/signature/HexBytes.h"
+#include "tests/support/ThrownText.h"
+#include "tests/support/HexBytes.h"
 #include "tests/signature/PhotoSignatureGolden.h"
 #include "tests/signature/ToyHook.h"
 
@@ -28,10 +28,10 @@ CAudioSignMulti readFrom(const std::string& bytes, CSignatureHook* hook = nullpt
 TEST(AudioSignMulti, WritesTheGoldenStreamsAndRoundTrips) {
   CAudioSignMulti built;
   built.adopt(builtSignature());
-  EXPECT_EQ(toHex(written(built)), toHex(builtStream()));
+  EXPECT_EQ(hexText(written(built)), hexText(builtStream()));
   // Reading fills in 30 ms per row, which the writer states from then on.
-  EXPECT_EQ(toHex(written(readFrom(builtStream()))), toHex(rewrittenStream()));
-  EXPECT_EQ(toHex(written(readFrom(rewrittenStream()))), toHex(rewrittenStream()));
+  EXPECT_EQ(hexText(written(readFrom(builtStream()))), hexText(rewrittenStream()));
+  EXPECT_EQ(hexText(written(readFrom(rewrittenStream()))), hexText(rewrittenStream()));
 
   // A signed stream reads through the hook and is written back unsigned.
   ToyHook hook;
@@ -77,11 +77,11 @@ TEST(AudioSignMulti, ReadFailures) {
       {"at end", builtStream(), std::ios::eofbit, "no audio signature found in istream (EOF)", true},
       {"failed", builtStream(), std::ios::failbit, "could not open audio signature istream", true},
       {"cut", builtStream().substr(0, 60), {}, "stream mismatch!", true},
-      {"no feature", fromHex("4F525646 00000005 10 00 4D455441 0A 04 43756964 04 00000015"), {},
+      {"no feature", hexString("4F525646 00000005 10 00 4D455441 0A 04 43756964 04 00000015"), {},
        "CFeatureObject: feature map is empty", false},
       // Signed and read without a hook: the header is read, no frame is.
       {"signed, no hook",
-       fromHex("4F525646 00000005 1B 0B 31 04 6B657931 04 E356EE14 4D455441 0A 04 43756964 04 "
+       hexString("4F525646 00000005 1B 0B 31 04 6B657931 04 E356EE14 4D455441 0A 04 43756964 04 "
                "00000015"),
        {}, "CFeatureObject: feature map is empty", false},
   };

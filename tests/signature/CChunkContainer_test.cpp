@@ -31,11 +31,11 @@ TEST(CChunkContainerTest, ReadsEveryVersionOfTheOlderForm) {
        0xFFFFFFFFFFFFFFFEull, 1, "4F52564600000005"},
       // At version 4 reading ends where the declared body ends: "META" is not read.
       {"version 4", "4F525646 00000004 53" + kOlderBodyVarint + kOlderTail, 1, 4, 7, 0,
-       toHex(fromHex(kOlderTail))},
+       hexText(hexString(kOlderTail))},
   };
   for (const Parsed& c : cases) {
     SCOPED_TRACE(c.name);
-    std::istringstream in(fromHex(c.hex));
+    std::istringstream in(hexString(c.hex));
     CChunkContainer chunks(1, nullptr, nullptr);
     EXPECT_EQ(chunks.parseStream(in), c.bits);
     EXPECT_EQ(chunks.getStreamVersion(), c.version);
@@ -53,14 +53,14 @@ TEST(CChunkContainerTest, ReadsEveryVersionOfTheOlderForm) {
       EXPECT_EQ(chunks.getId3Tag().size(), 20u);
     }
     std::string rest((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    EXPECT_EQ(toHex(rest), c.left);
+    EXPECT_EQ(hexText(rest), hexText(hexString(c.left)));
   }
 }
 
 TEST(CChunkContainerTest, MinimalStreamGetsDefaults) {
   // One one-byte "FEAT" chunk; a zero "TUID" is refused with a message and reading goes on.
   std::istringstream in(
-      fromHex("4F525646 00000003 16 54554944 0000000000000000"
+      hexString("4F525646 00000003 16 54554944 0000000000000000"
               "46454154 05 44415441 AB"));
   CChunkContainer chunks(1, nullptr, nullptr);
   testing::internal::CaptureStderr();
@@ -85,12 +85,12 @@ TEST(CChunkContainerTest, MetaChunksCountTwiceTowardTheDeclaredSize) {
   const std::string meta = "4D455441 09 04 54495432 03 616263";
   std::string hex = "4F525646 00000004 7F 46454154 05 44415441 AB";
   for (int i = 0; i < 5; ++i) hex += meta;
-  std::istringstream in(fromHex(hex));
+  std::istringstream in(hexString(hex));
   CChunkContainer chunks(1, nullptr, nullptr);
   EXPECT_EQ(chunks.parseStream(in), 3);
   EXPECT_EQ(chunks.frameCount(), 4u);
   std::string rest((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  EXPECT_EQ(toHex(rest), toHex(fromHex(meta)));
+  EXPECT_EQ(hexText(rest), hexText(hexString(meta)));
 }
 
 struct Refused {
@@ -118,7 +118,7 @@ TEST(CChunkContainerTest, RefusesBadStreams) {
   };
   for (const Refused& c : cases) {
     SCOPED_TRACE(c.name);
-    std::istringstream in(fromHex(c.hex));
+    std::istringstream in(hexString(c.hex));
     CChunkContainer chunks(1, c.versionText, nullptr);
     testing::internal::CaptureStderr();
     const int result = chunks.parseStream(in);
@@ -127,7 +127,7 @@ TEST(CChunkContainerTest, RefusesBadStreams) {
   }
 
   std::istringstream twice(
-      fromHex("4F525646 00000003 20 46504152 447A0000 457A0000 00000003"
+      hexString("4F525646 00000003 20 46504152 447A0000 457A0000 00000003"
               "46504152 447A0000 457A0000 00000003"));
   CChunkContainer chunks(1, nullptr, nullptr);
   testing::internal::CaptureStderr();
@@ -155,7 +155,7 @@ TEST(CChunkContainerTest, SubscriptsOutOfRangeAnswerMinusOne) {
 TEST(CChunkContainerTest, MatrixFromChunksWarnsAboutAGapAndKeepsAllRows) {
   CChunkContainer chunks(1, nullptr, nullptr);
   std::istringstream in(
-      fromHex(kOlderMat + "4D41540A 666C7400 62696E0A 00000001 00000002 40000000 40400000"));
+      hexString(kOlderMat + "4D41540A 666C7400 62696E0A 00000001 00000002 40000000 40400000"));
   ASSERT_EQ(chunks.addSubChunk(28, &in, 4, 0), 1);
   ASSERT_EQ(chunks.addSubChunk(28, &in, 6, 0), 1);
   HeapMatrix<float> matrix;
@@ -193,14 +193,14 @@ TEST(CChunkContainerTest, VerifiesTheSignatureFrameThroughTheHook) {
   const char* badFrame = "Error: bad md5 Signature\n";
   const Signed cases[] = {
       {"verified", good, "KEY", 3, ""},
-      {"wrong signature", fromHex("31 03 4B4559 02 5358"), "KEY", -2,
+      {"wrong signature", hexString("31 03 4B4559 02 5358"), "KEY", -2,
        "Error: signature failed security verification\n"},
       {"foreign key", good, "KEX", 11, foreign},
       {"key longer than the hook's", good, "KE", 11, foreign},
-      {"hook without key", fromHex("31 03 4B4559 02 5358"), "", 3, ""},
-      {"frame of three bytes", fromHex("31 00 00"), "KEY", -3, badFrame},
-      {"key runs past the frame", fromHex("31 09 4B4559"), "KEY", -3, badFrame},
-      {"signature runs past the frame", fromHex("31 03 4B4559 05 5347"), "KEY", -3, badFrame},
+      {"hook without key", hexString("31 03 4B4559 02 5358"), "", 3, ""},
+      {"frame of three bytes", hexString("31 00 00"), "KEY", -3, badFrame},
+      {"key runs past the frame", hexString("31 09 4B4559"), "KEY", -3, badFrame},
+      {"signature runs past the frame", hexString("31 03 4B4559 05 5347"), "KEY", -3, badFrame},
   };
   for (const Signed& c : cases) {
     SCOPED_TRACE(c.name);

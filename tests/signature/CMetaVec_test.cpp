@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/ThrownText.h"
-#include "tests/signature/HexBytes.h"
+#include "tests/support/ThrownText.h"
+#include "tests/support/HexBytes.h"
 
 namespace {
 
@@ -35,7 +35,7 @@ void add(CMetaVec& v, const std::string& id, const std::string& value) {
 
 CMetaVec fourFrames() {
   CMetaVec v;
-  v.parse(reinterpret_cast<const unsigned char*>(fromHex(kFourFramesHex).data()), 0);
+  v.parse(reinterpret_cast<const unsigned char*>(hexString(kFourFramesHex).data()), 0);
   return v;
 }
 
@@ -52,7 +52,7 @@ TEST(MetaVec, TagTableSearchAndBadIndices) {
   EXPECT_STREQ(CMetaVec::tagName(-1), "_inv_tag_");
 
   CMetaVec v = fourFrames();
-  add(v, "TIME", fromHex("00000001"));
+  add(v, "TIME", hexString("00000001"));
   EXPECT_EQ(v.findFrame("TIME", 4), 2);
   EXPECT_EQ(v.findFrame("TIM", 3), -1);  // a prefix is not the id
   EXPECT_EQ(v.findTaggedFrame(kTagTime, 3), 4);
@@ -101,14 +101,14 @@ TEST(MetaVec, EditingKeepsOrder) {
 
 TEST(MetaVec, BlockEncodesAndParsesBack) {
   CMetaVec v;
-  add(v, "Cuid", fromHex("00000015"));
+  add(v, "Cuid", hexString("00000015"));
   add(v, "VER", "V6");
-  add(v, "TIME", fromHex("0000002A"));
+  add(v, "TIME", hexString("0000002A"));
   add(v, "X", "");
-  const std::string golden = fromHex(kFourFramesHex);
+  const std::string golden = hexString(kFourFramesHex);
   std::ostringstream out;
   EXPECT_EQ(v.writeTo(out), 0);
-  EXPECT_EQ(toHex(out.str()), toHex(golden));
+  EXPECT_EQ(hexText(out.str()), hexText(golden));
   std::string stored(v.encodedSize(), '\0');
   EXPECT_EQ(v.storeTo(reinterpret_cast<unsigned char*>(&stored[0])), 35u);
   EXPECT_EQ(stored, golden);
@@ -123,7 +123,7 @@ TEST(MetaVec, BlockEncodesAndParsesBack) {
   add(big, "B", std::string(200, 'v'));
   std::ostringstream bigOut;
   big.writeTo(bigOut);
-  EXPECT_EQ(toHex(bigOut.str().substr(0, 10)), "4D455441814C01428148");
+  EXPECT_EQ(hexText(bigOut.str().substr(0, 10)), "4D 45 54 41 81 4C 01 42 81 48");
 
   // An empty vector writes nothing, never a block with S of 0.
   const CMetaVec empty;
@@ -137,13 +137,13 @@ TEST(MetaVec, BlockEncodesAndParsesBack) {
 }
 
 TEST(MetaVec, ParseTakesTheLengthOverSAndNeverRunsPastIt) {
-  const std::string golden = fromHex(kFourFramesHex);
+  const std::string golden = hexString(kFourFramesHex);
   CMetaVec v;
   std::string wrongS = golden;
   wrongS[4] = 0x05;
   EXPECT_EQ(parseString(v, wrongS), golden.size());
   EXPECT_EQ(v.frameCount(), 4u);
-  EXPECT_EQ(parseString(v, fromHex("4D455441 00")), 5u);
+  EXPECT_EQ(parseString(v, hexString("4D455441 00")), 5u);
   EXPECT_EQ(v.frameCount(), 0u);
 
   // A cut between frames is a shorter block; any other cut consumes a count other than its
@@ -154,8 +154,8 @@ TEST(MetaVec, ParseTakesTheLengthOverSAndNeverRunsPastIt) {
               cut == 5 || cut == 15 || cut == 22 || cut == 32);
   }
   // A value running past the end answers where it was to end.
-  EXPECT_EQ(parseString(v, fromHex("4D455441 07 01 41 FFFFFF7F 00")), 11u + 0x0FFFFFFF);
-  EXPECT_EQ(thrownText([&] { parseString(v, fromHex("4D455441 02 00 00")); }),
+  EXPECT_EQ(parseString(v, hexString("4D455441 07 01 41 FFFFFF7F 00")), 11u + 0x0FFFFFFF);
+  EXPECT_EQ(thrownText([&] { parseString(v, hexString("4D455441 02 00 00")); }),
             "ERROR Meta-ID length must be between 1 and 255");
   testing::internal::CaptureStderr();
   EXPECT_EQ(parseString(v, "MEXA\x01"), 0u);
@@ -165,7 +165,7 @@ TEST(MetaVec, ParseTakesTheLengthOverSAndNeverRunsPastIt) {
 }
 
 TEST(MetaVec, ReadFromAddsFramesUntilTheSizeAndStopsAtAFailedOne) {
-  const std::string frames = fromHex(kFourFramesHex).substr(5);
+  const std::string frames = hexString(kFourFramesHex).substr(5);
   CMetaVec v;
   std::istringstream in(frames + "rest");
   EXPECT_EQ(v.readFrom(in, 0), 0u);
@@ -173,10 +173,10 @@ TEST(MetaVec, ReadFromAddsFramesUntilTheSizeAndStopsAtAFailedOne) {
   EXPECT_THAT(ids(v), ElementsAre("Cuid", "VER"));
 
   const std::pair<const char*, std::string> failures[] = {
-      {"cut value", fromHex("04 43756964 04 0000")},
-      {"cut value length", fromHex("04 43756964 84")},
-      {"id of 128 bytes", fromHex("80") + std::string(140, 'a')},
-      {"zero id length", fromHex("00 00")},
+      {"cut value", hexString("04 43756964 04 0000")},
+      {"cut value length", hexString("04 43756964 84")},
+      {"id of 128 bytes", hexString("80") + std::string(140, 'a')},
+      {"zero id length", hexString("00 00")},
       {"end of stream", ""},
   };
   for (const auto& [name, bytes] : failures) {

@@ -11,7 +11,7 @@
 
 #include "feature/CSignDataASE.h"
 #include "feature/CSignDataSFM.h"
-#include "tests/ThrownText.h"
+#include "tests/support/ThrownText.h"
 #include "tests/signature/PhotoSignatureGolden.h"
 
 namespace {

@@ -5,8 +5,8 @@
 #include <sstream>
 #include <string>
 
-#include "tests/ThrownText.h"
-#include "tests/signature/HexBytes.h"
+#include "tests/support/ThrownText.h"
+#include "tests/support/HexBytes.h"
 #include "tests/signature/ToyHook.h"
 
 namespace {
@@ -20,7 +20,7 @@ const char kSignedStreamHex[] =
 
 // "Cuid", "VER", "TIME" and two "FeatObj" frames, the second with a 130-byte value.
 std::string severalFramesStream() {
-  return fromHex(
+  return hexString(
              "4F525646 00000005 813A 00 4D455441 8133 04 43756964 04 00000015 03 564552 02 5636"
              "04 54494D45 04 0000002A 07 466561744F626A 03 616263 07 466561744F626A 8102") +
          std::string(130, 'Z');
@@ -47,19 +47,19 @@ std::string withVersion(std::string bytes, uint32_t version) {
 TEST(WholeStream, WritesTheSmallestStreamAndRoundTripsByteIdentical) {
   CWholeStream stream;
   addCuid(stream);
-  EXPECT_EQ(toHex(written(stream)), toHex(fromHex(kCuidStreamHex)));
-  for (const std::string& bytes : {fromHex(kCuidStreamHex), severalFramesStream()}) {
+  EXPECT_EQ(hexText(written(stream)), hexText(hexString(kCuidStreamHex)));
+  for (const std::string& bytes : {hexString(kCuidStreamHex), severalFramesStream()}) {
     SCOPED_TRACE(bytes.size());
     std::istringstream in(bytes);
     CWholeStream read(in, nullptr);
     EXPECT_EQ(read.getStreamVersion(), 5);
     EXPECT_TRUE(read.getKey().empty());
-    EXPECT_EQ(toHex(written(read)), toHex(bytes));
+    EXPECT_EQ(hexText(written(read)), hexText(bytes));
   }
 }
 
 TEST(WholeStream, VersionWords) {
-  const std::string golden = fromHex(kCuidStreamHex);
+  const std::string golden = hexString(kCuidStreamHex);
   // 5 and 64 read alike and the word is kept; the writer always writes 5.
   for (uint32_t version : {5u, 64u}) {
     std::istringstream in(withVersion(golden, version));
@@ -79,15 +79,15 @@ TEST(WholeStream, VersionWords) {
 }
 
 TEST(WholeStream, RefusesBrokenUnsignedStreams) {
-  const std::string golden = fromHex(kCuidStreamHex);
-  const std::string block = fromHex(kCuidBlockHex);
+  const std::string golden = hexString(kCuidStreamHex);
+  const std::string block = hexString(kCuidBlockHex);
   const std::string cases[] = {
       "ORVG" + golden.substr(4),
-      fromHex("4F525646 00000005 11 00") + block + "x",  // totalSize one too large
-      fromHex("4F525646 00000005 0F 00") + block,        // one too small
-      fromHex("4F525646 00000005 01 00"),                // no block at all
-      fromHex("4F525646 00000005 10 00") + "ATEM" + golden.substr(14),
-      fromHex("4F525646 00000005 8FFFFFFF7F 00") + block,  // 4 GB announced
+      hexString("4F525646 00000005 11 00") + block + "x",  // totalSize one too large
+      hexString("4F525646 00000005 0F 00") + block,        // one too small
+      hexString("4F525646 00000005 01 00"),                // no block at all
+      hexString("4F525646 00000005 10 00") + "ATEM" + golden.substr(14),
+      hexString("4F525646 00000005 8FFFFFFF7F 00") + block,  // 4 GB announced
   };
   testing::internal::CaptureStderr();
   for (const std::string& bytes : cases) EXPECT_EQ(readFailure(bytes), "stream mismatch!");
@@ -103,8 +103,8 @@ TEST(WholeStream, SignsAndVerifiesThroughTheHook) {
   addCuid(stream);
   stream.setHook(&hook);
   const std::string bytes = written(stream);
-  EXPECT_EQ(toHex(bytes), toHex(fromHex(kSignedStreamHex)));
-  EXPECT_EQ(bytes.substr(17, 4), ToyHook::sign(fromHex(kCuidBlockHex), "key1"));
+  EXPECT_EQ(hexText(bytes), hexText(hexString(kSignedStreamHex)));
+  EXPECT_EQ(bytes.substr(17, 4), ToyHook::sign(hexString(kCuidBlockHex), "key1"));
 
   std::istringstream in(bytes);
   CWholeStream read(in, &hook);
@@ -129,10 +129,10 @@ TEST(WholeStream, VerificationFailures) {
     ToyHook hook;
     std::string expected;
   };
-  const std::string golden = fromHex(kSignedStreamHex);
+  const std::string golden = hexString(kSignedStreamHex);
   std::string tampered = golden;
   tampered[35] = 0x16;
-  const std::string longPayload = fromHex(kCuidBlockHex) + "\x05";  // one byte behind the block
+  const std::string longPayload = hexString(kCuidBlockHex) + "\x05";  // one byte behind the block
   Case cases[] = {
       {"other key", golden, {}, "veryfication key dosn't fit to encryption key!"},
       {"longer hook key", golden, {}, "veryfication key dosn't fit to encryption key!"},
@@ -144,10 +144,10 @@ TEST(WholeStream, VerificationFailures) {
       {"tampered payload", tampered, {}, "signature failed security verification"},
       {"payload cut", golden.substr(0, golden.size() - 1), {}, "file parsing error!"},
       {"payload not one block",
-       fromHex("4F525646 00000005 1C 0B 31 04 6B657931 04") + ToyHook::sign(longPayload, "key1") +
+       hexString("4F525646 00000005 1C 0B 31 04 6B657931 04") + ToyHook::sign(longPayload, "key1") +
            longPayload,
        {}, "file parsing error!"},
-      {"header sizes disagree", fromHex("4F525646 00000005 1B 0C") + golden.substr(10), {},
+      {"header sizes disagree", hexString("4F525646 00000005 1B 0C") + golden.substr(10), {},
        "stream mismatch!"},
       {"key cut", golden.substr(0, 14), {}, "stream mismatch!"},
   };
@@ -187,7 +187,7 @@ TEST(WholeStream, WriterFailuresAndAHookWithoutSigningKey) {
   const std::string bytes = written(stream);
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "Warning: RSA object loaded but without key for signing.Fingerprints won't be signed!\n");
-  EXPECT_EQ(bytes, fromHex(kCuidStreamHex));
+  EXPECT_EQ(bytes, hexString(kCuidStreamHex));
 
   // The key a reading object takes from its hook is dropped by the reader.
   std::istringstream in(bytes);

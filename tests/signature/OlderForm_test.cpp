@@ -74,29 +74,29 @@ TEST(OlderFormTest, ReadsIntoFramesAndWritesTheCurrentForm) {
   };
   for (const OlderStream& c : cases) {
     SCOPED_TRACE(c.name);
-    std::istringstream in(fromHex(c.hex));
+    std::istringstream in(hexString(c.hex));
     CWholeStream older(in, nullptr);
     EXPECT_EQ(older.getStreamVersion(), c.version);
     const std::string current = written(older);
-    EXPECT_EQ(toHex(current), toHex(fromHex(c.current)));
+    EXPECT_EQ(hexText(current), hexText(hexString(c.current)));
 
     // The current form reads into the same frames, and writes itself again byte for byte.
     std::istringstream again(current);
     CWholeStream reread(again, nullptr);
     EXPECT_EQ(reread.getStreamVersion(), 5);
     EXPECT_EQ(frameIds(reread), frameIds(older));
-    EXPECT_EQ(toHex(written(reread)), toHex(current));
+    EXPECT_EQ(hexText(written(reread)), hexText(current));
   }
 }
 
 TEST(OlderFormTest, ByteMatrixBecomesAByteFeatureWithDefaultSettings) {
   // "F3C77", no "INFO", "TUID" or "FPAR"; one row of three bytes.
   std::istringstream in(
-      fromHex("4F525646 00000003 2A 56455253 05 4633433737 46454154 1B 44415441"
+      hexString("4F525646 00000003 2A 56455253 05 4633433737 46454154 1B 44415441"
               "4D41540A 75636872 62696E0A 00000001 00000003 010203"));
   CWholeStream older(in, nullptr);
-  EXPECT_EQ(toHex(written(older)),
-            toHex(fromHex("4F525646 00000005 70 00 4D455441 6A"
+  EXPECT_EQ(hexText(written(older)),
+            hexText(hexString("4F525646 00000005 70 00 4D455441 6A"
                           "07 466561744F626A 49"
                           "0002 0003 03 53464D 04 75636872"
                           "05 506172616D 01 03 696E74 03"
@@ -119,7 +119,7 @@ TEST(OlderFormTest, SignatureObjectRebuildsTheFeatureClassOfItsId) {
     SCOPED_TRACE(c.versionText);
     std::string body = kOlderBodyVarint;
     body.replace(body.find("4631433231"), 10, c.versionText);
-    std::istringstream in(fromHex("4F525646 00000003 53" + body));
+    std::istringstream in(hexString("4F525646 00000003 53" + body));
     CAudioSignMulti sign;
     if (c.failure != nullptr) {
       EXPECT_THAT([&] { sign.read(in, nullptr); },
@@ -139,7 +139,7 @@ TEST(OlderFormTest, SignatureObjectRebuildsTheFeatureClassOfItsId) {
 
 TEST(OlderFormTest, OtherElementTypesGiveNoFeatureFrame) {
   std::istringstream in(
-      fromHex("4F525646 00000003 21 46454154 1C 44415441"
+      hexString("4F525646 00000003 21 46454154 1C 44415441"
               "4D41540A 75696E74 62696E0A 00000001 00000001 00000009"));
   CWholeStream older(in, nullptr);
   EXPECT_EQ(frameIds(older), (std::vector<std::string>{"Tuid", "Cuid"}));
@@ -176,13 +176,13 @@ TEST(OlderFormTest, UnreadableStreamsFailWithOneText) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     testing::internal::CaptureStderr();
-    expectUnreadable(fromHex(c.hex), &hook);
+    expectUnreadable(hexString(c.hex), &hook);
     testing::internal::GetCapturedStderr();
   }
 
   // A refused version is no failure of the chunk reader, but leaves nothing to convert.
   CWholeStream stream;
-  std::istringstream in(fromHex("4F525646 00000005 00"));
+  std::istringstream in(hexString("4F525646 00000005 00"));
   testing::internal::CaptureStderr();
   EXPECT_THAT([&] { stream.readOlderForm(in); },
               testing::Throws<std::string>(testing::Eq("cannot parse wholestream!")));

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "tests/signature/HexBytes.h"
+#include "tests/support/HexBytes.h"
 #include "tests/signature/ToyHook.h"
 
 // A matrix stream of one row of two floats, 1.0 and 0.5.
@@ -32,17 +32,17 @@ inline const std::string kOlderTail =
 
 // Version 3 stream of kOlderBodyVarint followed by a "META" chunk with one "dsig" frame.
 inline std::string olderSignedStream(const std::string& dsig) {
-  std::string bytes = fromHex("4F525646 00000003 53" + kOlderBodyVarint + "4D455441");
+  std::string bytes = hexString("4F525646 00000003 53" + kOlderBodyVarint + "4D455441");
   bytes += static_cast<char>(6 + dsig.size());
-  return bytes + fromHex("04 64736967") + static_cast<char>(dsig.size()) + dsig;
+  return bytes + hexString("04 64736967") + static_cast<char>(dsig.size()) + dsig;
 }
 
 // A "dsig" value with the key "KEY" and the toy signature over what the check of
 // kOlderBodyVarint hashes: tuid, info, version text, lf, uf, sr, key, first chunk.
 inline std::string olderGoodSignature() {
-  const std::string hashed = fromHex("0000000000000007") + "VAD" + "F1C21" +
-                             fromHex("447A0000 457A0000 00000003") + "KEY" + fromHex(kOlderMat);
-  return fromHex("31 03 4B4559 04") + ToyHook::sign(hashed, "");
+  const std::string hashed = hexString("0000000000000007") + "VAD" + "F1C21" +
+                             hexString("447A0000 457A0000 00000003") + "KEY" + hexString(kOlderMat);
+  return hexString("31 03 4B4559 04") + ToyHook::sign(hashed, "");
 }
 
 #endif  // ORVANE_TESTS_SIGNATURE_OLDERSTREAMS_H_

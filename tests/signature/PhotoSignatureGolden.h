@@ -8,11 +8,11 @@
 
 #include "feature/CFeatureObject.h"
 #include "signature/CSignDataMulti.h"
-#include "tests/signature/HexBytes.h"
+#include "tests/support/HexBytes.h"
 
 // As the object built in memory writes it: no time per row set, so no "msPerRow".
 inline std::string builtStream() {
-  return fromHex(
+  return hexString(
       "4F525646 00000005 8110 00 4D455441 8109"
       "04 43756964 04 00000015"
       "03 564552 02 5636"
@@ -28,7 +28,7 @@ inline std::string builtStream() {
 // The same read back and written again: reading supplies the default 30 ms per row, which the
 // writer then states.
 inline std::string rewrittenStream() {
-  return fromHex(
+  return hexString(
       "4F525646 00000005 813F 00 4D455441 8138"
       "04 43756964 04 00000015"
       "03 564552 02 5636"

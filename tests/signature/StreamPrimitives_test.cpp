@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/signature/HexBytes.h"
+#include "tests/support/HexBytes.h"
 
 namespace {
 
@@ -16,7 +16,7 @@ TEST(Varint, EncodesWithFewestBytesAndDecodesBack) {
       {16383, "FF7F"}, {16384, "818000"}, {0x10000000, "8180808000"}, {0xFFFFFFFF, "8FFFFFFF7F"}};
   for (const auto& [value, hex] : cases) {
     SCOPED_TRACE(value);
-    const std::string bytes = fromHex(hex);
+    const std::string bytes = hexString(hex);
     std::ostringstream out;
     EXPECT_EQ(putVarint(out, value), bytes.size());
     EXPECT_EQ(out.str(), bytes);
@@ -29,13 +29,13 @@ TEST(Varint, EncodesWithFewestBytesAndDecodesBack) {
     EXPECT_EQ(fetched, value);
   }
   // Readers take any number of groups, summing in 32 bits; a limit or the end cuts them.
-  const std::string overlong = fromHex("81 80 80 80 80 05");
+  const std::string overlong = hexString("81 80 80 80 80 05");
   std::istringstream in(overlong);
   EXPECT_EQ(getVarint(in), 5u);
   const auto* p = reinterpret_cast<const unsigned char*>(overlong.data());
   uint32_t value = 0;
   EXPECT_FALSE(fetchVarint(p, p + 3, value));
-  std::istringstream cut(fromHex("82"));
+  std::istringstream cut(hexString("82"));
   getVarint(cut);
   EXPECT_TRUE(cut.fail());
 }

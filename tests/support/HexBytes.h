@@ -1,4 +1,5 @@
-// Golden byte vectors for tests, written as hex: "33 00 00 00 04" or "3300000004".
+// Golden byte vectors for tests, written as hex: "33 00 00 00 04" or "3300000004", and
+// printed back as "33 00 00 00 04".
 #ifndef ORVANE_TESTS_SUPPORT_HEXBYTES_H_
 #define ORVANE_TESTS_SUPPORT_HEXBYTES_H_
 
@@ -8,7 +9,9 @@
 #include <string>
 #include <vector>
 
-inline std::vector<unsigned char> hexBytes(const std::string& hex) {
+using Bytes = std::vector<unsigned char>;
+
+inline Bytes hexBytes(const std::string& hex) {
   std::vector<unsigned char> bytes;
   std::string digits;
   for (char c : hex) {
@@ -19,6 +22,12 @@ inline std::vector<unsigned char> hexBytes(const std::string& hex) {
     bytes.push_back(static_cast<unsigned char>(std::stoi(digits.substr(i, 2), nullptr, 16)));
   }
   return bytes;
+}
+
+// The same bytes held in a string, as streams hold them.
+inline std::string hexString(const std::string& hex) {
+  const Bytes bytes = hexBytes(hex);
+  return std::string(bytes.begin(), bytes.end());
 }
 
 inline std::string hexText(const unsigned char* bytes, std::size_t count) {
@@ -34,5 +43,17 @@ inline std::string hexText(const unsigned char* bytes, std::size_t count) {
 inline std::string hexText(const std::vector<unsigned char>& bytes) {
   return hexText(bytes.data(), bytes.size());
 }
+
+inline std::string hexText(const std::string& bytes) {
+  return hexText(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+}
+
+inline Bytes operator+(Bytes a, const Bytes& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+// The text as bytes, without a terminating zero.
+inline Bytes textBytes(const std::string& text) { return Bytes(text.begin(), text.end()); }
 
 #endif  // ORVANE_TESTS_SUPPORT_HEXBYTES_H_

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/TestSupport.h"
+#include "tests/support/ExpectVEXL.h"
 
 namespace {
 

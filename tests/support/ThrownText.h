@@ -1,7 +1,7 @@
 // Test helper: the text of what a call throws, a plain std::string as it is and a standard
 // exception by its what(); "" when the call throws nothing.
-#ifndef ORVANE_TESTS_THROWNTEXT_H_
-#define ORVANE_TESTS_THROWNTEXT_H_
+#ifndef ORVANE_TESTS_SUPPORT_THROWNTEXT_H_
+#define ORVANE_TESTS_SUPPORT_THROWNTEXT_H_
 
 #include <exception>
 #include <string>
@@ -18,4 +18,4 @@ std::string thrownText(Call call) {
   return "";
 }
 
-#endif  // ORVANE_TESTS_THROWNTEXT_H_
+#endif  // ORVANE_TESTS_SUPPORT_THROWNTEXT_H_
