@@ -5,10 +5,10 @@
 #include <sstream>
 #include <string>
 
-#include "tests/support/ThrownText.h"
-#include "tests/support/HexBytes.h"
 #include "tests/signature/PhotoSignatureGolden.h"
 #include "tests/signature/ToyHook.h"
+#include "tests/support/HexBytes.h"
+#include "tests/support/ThrownText.h"
 
 namespace {
 
@@ -74,16 +74,22 @@ TEST(AudioSignMulti, ReadFailures) {
     bool dataLeft;  // the old data survives failures before the stream is read
   };
   const Case cases[] = {
-      {"at end", builtStream(), std::ios::eofbit, "no audio signature found in istream (EOF)", true},
+      {"at end", builtStream(), std::ios::eofbit, "no audio signature found in istream (EOF)",
+       true},
       {"failed", builtStream(), std::ios::failbit, "could not open audio signature istream", true},
       {"cut", builtStream().substr(0, 60), {}, "stream mismatch!", true},
-      {"no feature", hexString("4F525646 00000005 10 00 4D455441 0A 04 43756964 04 00000015"), {},
-       "CFeatureObject: feature map is empty", false},
+      {"no feature",
+       hexString("4F525646 00000005 10 00 4D455441 0A 04 43756964 04 00000015"),
+       {},
+       "CFeatureObject: feature map is empty",
+       false},
       // Signed and read without a hook: the header is read, no frame is.
       {"signed, no hook",
        hexString("4F525646 00000005 1B 0B 31 04 6B657931 04 E356EE14 4D455441 0A 04 43756964 04 "
-               "00000015"),
-       {}, "CFeatureObject: feature map is empty", false},
+                 "00000015"),
+       {},
+       "CFeatureObject: feature map is empty",
+       false},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);

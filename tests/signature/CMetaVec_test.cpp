@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/signature/OlderStreams.h"
 #include "tests/support/ThrownText.h"
-#include "tests/support/HexBytes.h"
 
 namespace {
 
@@ -17,15 +17,6 @@ using ::testing::ElementsAre;
 // "Cuid" = 21, "VER" = "V6", "TIME" = 42, "X" with an empty value.
 const char kFourFramesHex[] =
     "4D455441 1E 04 43756964 04 00000015 03 564552 02 5636 04 54494D45 04 0000002A 01 58 00";
-
-std::vector<std::string> ids(const CMetaVec& v) {
-  std::vector<std::string> out;
-  for (unsigned i = 0; i < v.frameCount(); ++i) {
-    const SMetaFrame& frame = v.frameAt(static_cast<int>(i));
-    out.emplace_back(frame.id.data(), frame.idLength);
-  }
-  return out;
-}
 
 void add(CMetaVec& v, const std::string& id, const std::string& value) {
   unsigned char* data = v.addNewFrame(static_cast<unsigned>(id.size()), id.data(),
@@ -88,15 +79,15 @@ TEST(MetaVec, EditingKeepsOrder) {
   add(v, "FeatObj", "f");
   add(v, "Cuid", "");
   EXPECT_EQ(v.removeFrame(1), 1);
-  EXPECT_THAT(ids(v), ElementsAre("Cuid", "TIME", "X", "FeatObj", "Cuid"));
+  EXPECT_THAT(frameIds(v), ElementsAre("Cuid", "TIME", "X", "FeatObj", "Cuid"));
 
   CMetaVec copy(v, kTagFeatObj);
-  EXPECT_THAT(ids(copy), ElementsAre("Cuid", "TIME", "X", "Cuid"));
-  EXPECT_EQ(copy.assignExcept(v, 17), 5u);  // excludes "_inv_tag_", that is nothing
+  EXPECT_THAT(frameIds(copy), ElementsAre("Cuid", "TIME", "X", "Cuid"));
+  EXPECT_EQ(copy.assignExcept(v, 17), 5u);     // excludes "_inv_tag_", that is nothing
   EXPECT_EQ(v.assignExcept(v, kTagCuid), 3u);  // on itself: in place
-  EXPECT_THAT(ids(v), ElementsAre("TIME", "X", "FeatObj"));
+  EXPECT_THAT(frameIds(v), ElementsAre("TIME", "X", "FeatObj"));
   EXPECT_EQ(v.removeAllWithId("FeatObj", 7), 2u);
-  EXPECT_THAT(ids(CMetaVec(CMetaVec(copy, kTagCuid), kTagTime)), ElementsAre("X", "FeatObj"));
+  EXPECT_THAT(frameIds(CMetaVec(CMetaVec(copy, kTagCuid), kTagTime)), ElementsAre("X", "FeatObj"));
 }
 
 TEST(MetaVec, BlockEncodesAndParsesBack) {
@@ -116,7 +107,7 @@ TEST(MetaVec, BlockEncodesAndParsesBack) {
   CMetaVec read;
   add(read, "old", "");
   EXPECT_EQ(parseString(read, golden), golden.size());
-  EXPECT_THAT(ids(read), ElementsAre("Cuid", "VER", "TIME", "X"));
+  EXPECT_THAT(frameIds(read), ElementsAre("Cuid", "VER", "TIME", "X"));
 
   // Two-byte varints for S and for a 200-byte value.
   CMetaVec big;
@@ -170,7 +161,7 @@ TEST(MetaVec, ReadFromAddsFramesUntilTheSizeAndStopsAtAFailedOne) {
   std::istringstream in(frames + "rest");
   EXPECT_EQ(v.readFrom(in, 0), 0u);
   EXPECT_EQ(v.readFrom(in, 11), 17u);  // two frames reach 11 bytes
-  EXPECT_THAT(ids(v), ElementsAre("Cuid", "VER"));
+  EXPECT_THAT(frameIds(v), ElementsAre("Cuid", "VER"));
 
   const std::pair<const char*, std::string> failures[] = {
       {"cut value", hexString("04 43756964 04 0000")},

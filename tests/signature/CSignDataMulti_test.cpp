@@ -11,20 +11,13 @@
 
 #include "feature/CSignDataASE.h"
 #include "feature/CSignDataSFM.h"
-#include "tests/support/ThrownText.h"
+#include "tests/signature/OlderStreams.h"
 #include "tests/signature/PhotoSignatureGolden.h"
+#include "tests/support/ThrownText.h"
 
 namespace {
 
 using ::testing::ElementsAre;
-
-std::vector<std::string> frameIds(const CMetaVec& frames) {
-  std::vector<std::string> ids;
-  for (unsigned i = 0; i < frames.frameCount(); ++i) {
-    ids.emplace_back(frames.frameAt(static_cast<int>(i)).id.data());
-  }
-  return ids;
-}
 
 std::unique_ptr<CSignDataMulti> readSignature(const std::string& bytes, const char* filter) {
   std::istringstream in(bytes);
@@ -119,8 +112,8 @@ TEST(SignDataMulti, ExcerptMovesTheTimeByTheRoundedSkip) {
   const CSignDataMulti untimed(stream, nullptr);  // 30 ms per row once read back
   stream.appendFrame(wordFrame("TIME", 10));
   const CSignDataMulti timed(stream, nullptr);
-  for (const auto& [skipMs, time] : {std::pair<uint32_t, uint32_t>{0, 10}, {499, 10}, {500, 11},
-                                     {1500, 12}}) {
+  for (const auto& [skipMs, time] :
+       {std::pair<uint32_t, uint32_t>{0, 10}, {499, 10}, {500, 11}, {1500, 12}}) {
     EXPECT_EQ(CSignDataMulti(timed, skipMs, 0, nullptr).getTimeOrigin(), time) << skipMs;
   }
   EXPECT_EQ(CSignDataMulti(untimed, 1500, 0, nullptr).getTimeOrigin(), 0u);

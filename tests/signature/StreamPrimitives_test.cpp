@@ -11,9 +11,14 @@
 namespace {
 
 TEST(Varint, EncodesWithFewestBytesAndDecodesBack) {
-  const std::pair<uint32_t, const char*> cases[] = {
-      {0, "00"},      {127, "7F"},         {128, "8100"},       {300, "822C"},
-      {16383, "FF7F"}, {16384, "818000"}, {0x10000000, "8180808000"}, {0xFFFFFFFF, "8FFFFFFF7F"}};
+  const std::pair<uint32_t, const char*> cases[] = {{0, "00"},
+                                                    {127, "7F"},
+                                                    {128, "8100"},
+                                                    {300, "822C"},
+                                                    {16383, "FF7F"},
+                                                    {16384, "818000"},
+                                                    {0x10000000, "8180808000"},
+                                                    {0xFFFFFFFF, "8FFFFFFF7F"}};
   for (const auto& [value, hex] : cases) {
     SCOPED_TRACE(value);
     const std::string bytes = hexString(hex);
