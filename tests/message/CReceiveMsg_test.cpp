@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "message/CSendMsg.h"
 #include "tests/support/HexBytes.h"
 #include "tests/support/ThrownText.h"
@@ -22,15 +19,11 @@ int load(CReceiveMsg& message, const std::string& hex) {
 
 TEST(CReceiveMsgTest, GivesBackWhatWasSentInOrder) {
   CSendMsg sent;
-  sent.put(~uint64_t{0});
-  sent.put(-1.5f);
   sent.put(MsgInt32(-4));
-  sent.put(7u);
   sent.put(true);
   std::string text = "V6";
   sent.putString(text);
-  unsigned char bytes[] = {1, 2, 3};
-  unsigned char* data = bytes;
+  unsigned char bytes[] = {1, 2, 3}, *data = bytes;
   unsigned length = 3;
   sent.putBlob(data, length);
   sent.terminate();
@@ -38,17 +31,12 @@ TEST(CReceiveMsgTest, GivesBackWhatWasSentInOrder) {
 
   CReceiveMsg received;
   received.setBuffer(sent.getBuffer(), sent.size());
-  EXPECT_EQ(received.size(), sent.size());
   EXPECT_EQ(received.checkHeader(kHeader), 1);
-  EXPECT_EQ(received.get(uint64_t{}), ~uint64_t{0});
-  EXPECT_EQ(received.get(float{}), -1.5f);
-  EXPECT_EQ(received.get(MsgInt32{}), -4);
-  EXPECT_EQ(received.get(MsgUInt32{}), 7u);  // any 32-bit slot reads any 32-bit item
-  EXPECT_EQ(received.get(int{}), 1);         // true through an integer reader
-  std::string textBack = "old";
-  EXPECT_EQ(received.getString(textBack), "V6");
-  // The caller's block is replaced by a new one that the caller owns.
-  data = new unsigned char[1];
+  EXPECT_EQ(received.get(MsgUInt32{}), 0xFFFFFFFCu);  // any 32-bit slot reads any 32-bit item
+  EXPECT_EQ(received.get(int{}), 1);                  // true through an integer reader
+  text = "old";
+  EXPECT_EQ(received.getString(text), "V6");
+  data = new unsigned char[1];  // replaced by a new block the caller owns
   EXPECT_EQ(received.getBlob(data, length), data);
   EXPECT_EQ(hexText(data, length), "01 02 03");
   delete[] data;
@@ -58,9 +46,7 @@ TEST(CReceiveMsgTest, EndOfMessageAnswersZerosForEver) {
   CReceiveMsg message;
   EXPECT_EQ(load(message, "4F 52 56 31 00 00 00 00 01 58"), 1);
   for (int round = 0; round < 2; ++round) {
-    EXPECT_EQ(message.get(int{}), 0);
     EXPECT_EQ(message.get(double{}), 0.0);
-    EXPECT_FALSE(message.get(bool{}));
     std::string text = "kept?";
     EXPECT_EQ(message.getString(text), "");
     unsigned char* data = new unsigned char[4];  // released by getBlob
@@ -72,9 +58,7 @@ TEST(CReceiveMsgTest, EndOfMessageAnswersZerosForEver) {
   EXPECT_EQ(CReceiveMsg().get(float{}), 0.0f);
 
   // An item that ends exactly at the buffer's end counts as the end, and is not delivered.
-  load(message,
-       "4F 52 56 31 00 00 00 00 12 33 00 00 00 04 00 00 00 05 "
-       "33 00 00 00 04 00 00 00 06");
+  load(message, "4F52563100000000 12 330000000400000005 330000000400000006");
   EXPECT_EQ(message.get(int{}), 5);
   EXPECT_EQ(message.get(int{}), 0);
 }
@@ -83,8 +67,7 @@ TEST(CReceiveMsgTest, CheckHeaderComparesButMovesToTheFirstItemAnyway) {
   CReceiveMsg message;
   EXPECT_EQ(load(message, "4F 52 56 32 00 00 00 00 0A 31 00 00 00 01 2A 58"), 0);
   EXPECT_EQ(message.get(char{}), '*');
-  // Under five bytes there is no header, and reading starts at 0, where no whole item head
-  // fits; from five to nine bytes there are no items.
+  // Under five bytes reading starts at 0 (no whole item head fits); five to nine: no items.
   message.setBuffer(kHeader, 4);
   EXPECT_EQ(message.checkHeader(kHeader), 0);
   EXPECT_EQ(thrownText([&] { message.get(int{}); }), "Error in Protocol");
