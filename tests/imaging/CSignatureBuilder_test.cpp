@@ -3,16 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <string>
 #include <vector>
 
 #include "imaging/CExtractorEngine.h"
 
 namespace {
-
-std::vector<unsigned char> grayPhoto(int width, int height, unsigned char value) {
-  return std::vector<unsigned char>(static_cast<size_t>(width) * height * 3, value);
-}
 
 // The one row of a feature, checked for shape and id.
 std::vector<float> rowOf(const CSignDataMulti& data, const char* name, uint32_t length) {
@@ -27,11 +22,10 @@ std::vector<float> rowOf(const CSignDataMulti& data, const char* name, uint32_t 
 
 TEST(CSignatureBuilder, RunEndsInFourOneRowFeaturesAndTwoFrames) {
   CExtractorEngine engine(256, 256);
-  const std::vector<unsigned char> gray = grayPhoto(640, 480, 77);
+  const std::vector<unsigned char> gray(640 * 480 * 3, 77);
   CAudioSignMulti& sign = engine.run(gray.data(), 640, 480, 1920);
   ASSERT_TRUE(sign.hasData());
   const CSignDataMulti& data = *sign.getData();
-
   // A gray photo: no edges, hue and saturation 0, value 77 in bin 1 of every tile.
   std::vector<float> edg(96, 0.0f), hue(144, 0.0f), sat(36, 0.0f), val(36, 0.0f);
   for (int i = 5; i < 96; i += 6) edg[i] = 1.0f;
@@ -41,7 +35,6 @@ TEST(CSignatureBuilder, RunEndsInFourOneRowFeaturesAndTwoFrames) {
   EXPECT_EQ(rowOf(data, "HUE", 144), hue);
   EXPECT_EQ(rowOf(data, "SAT", 36), sat);
   EXPECT_EQ(rowOf(data, "VAL", 36), val);
-
   const struct {
     const char *feature, *parameter;
     uint32_t value;
@@ -62,8 +55,7 @@ TEST(CSignatureBuilder, RunEndsInFourOneRowFeaturesAndTwoFrames) {
 
 TEST(CSignatureBuilder, NextRunReplacesTheRowsOfTheSameSignature) {
   CExtractorEngine engine(256, 256);
-  const std::vector<unsigned char> gray = grayPhoto(300, 200, 77);
-  const std::vector<unsigned char> white = grayPhoto(200, 300, 255);
+  const std::vector<unsigned char> gray(300 * 200 * 3, 77), white(200 * 300 * 3, 255);
   CAudioSignMulti* first = &engine.run(gray.data(), 300, 200, 900);
   CAudioSignMulti& second = engine.run(white.data(), 200, 300, 600);
   EXPECT_EQ(&second, first);

@@ -15,15 +15,14 @@ class ImagingOperations : public ::testing::Test {
 using Rgb = std::array<unsigned char, 3>;
 
 TEST_F(ImagingOperations, RgbToGrayWeightsWithoutRounding) {
-  struct Case {
+  const struct {
     Rgb rgb;
     int gray;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {{255, 255, 255}, 255}, {{1, 1, 1}, 1},     {{0, 0, 1}, 0},     {{0, 0, 255}, 29},
       {{255, 0, 0}, 76},      {{0, 255, 0}, 149}, {{10, 20, 30}, 18},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(::testing::PrintToString(c.rgb));
     unsigned char gray = 99;
     ASSERT_EQ(rgbToGray(c.rgb.data(), 3, &gray, 1, 1, 1), kStsNoErr);
@@ -32,27 +31,26 @@ TEST_F(ImagingOperations, RgbToGrayWeightsWithoutRounding) {
 }
 
 TEST_F(ImagingOperations, RgbToHsvKnownColours) {
-  struct Case {
+  const struct {
     Rgb rgb;
     Rgb hsv;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {{255, 0, 0}, {0, 255, 255}},
       {{0, 255, 0}, {85, 255, 255}},
       {{0, 0, 255}, {170, 255, 255}},
       {{77, 77, 77}, {0, 0, 77}},
       {{0, 0, 0}, {0, 0, 0}},
+      {{0, 255, 255}, {128, 255, 255}},
+      {{255, 0, 255}, {213, 255, 255}},
+      {{200, 100, 50}, {14, 191, 200}},
       // h just below 0 wraps to 254.83 and truncates to 255, not 0.
       {{255, 0, 1}, {255, 255, 255}},
       // 255 * 0.5 = 127.5: the guard constant is just below one half, so S is 127.
       {{254, 127, 127}, {0, 127, 254}},
       // Yellow: 42.5 with the float one sixth is 42.5000012, which reaches 43.
       {{255, 255, 0}, {43, 255, 255}},
-      {{0, 255, 255}, {128, 255, 255}},
-      {{255, 0, 255}, {213, 255, 255}},
-      {{200, 100, 50}, {14, 191, 200}},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(::testing::PrintToString(c.rgb));
     Rgb hsv = {9, 9, 9};
     ASSERT_EQ(rgbToHsv(c.rgb.data(), 3, hsv.data(), 3, 1, 1), kStsNoErr);
@@ -72,9 +70,8 @@ TEST_F(ImagingOperations, SwapChannelsTouchesOnlyTheRegionAndTwiceRestores) {
   EXPECT_EQ(image, original);
   const int spread[3] = {1, 1, 0};
   ASSERT_EQ(swapChannels(image.data(), 8, 1, 1, spread), kStsNoErr);
-  EXPECT_EQ(image[0], 2);
-  EXPECT_EQ(image[1], 2);
-  EXPECT_EQ(image[2], 1);
+  EXPECT_EQ(std::vector<unsigned char>(image.begin(), image.begin() + 4),
+            (std::vector<unsigned char>{2, 2, 1, 4}));
 }
 
 TEST_F(ImagingOperations, HistogramEvenLevelsAndTheLostTopValue) {
@@ -82,21 +79,18 @@ TEST_F(ImagingOperations, HistogramEvenLevelsAndTheLostTopValue) {
   const unsigned char values[] = {0, 15, 16, 63, 64, 240, 254, 255};
   std::vector<unsigned char> line;
   for (unsigned char v : values) line.insert(line.end(), {v, v, v});
-  int hist[3][17];
-  int levels[3][17];
+  int hist[3][17], levels[3][17];
   int* const histPtr[3] = {hist[0], hist[1], hist[2]};
   int* const levelPtr[3] = {levels[0], levels[1], levels[2]};
-  const int counts[3] = {17, 5, 2};
-  const int lower[3] = {0, 0, 0};
-  const int upper[3] = {255, 255, 255};
+  const int counts[3] = {17, 5, 2}, lower[3] = {0, 0, 0}, upper[3] = {255, 255, 255};
   for (auto& h : hist) h[16] = h[4] = h[1] = -5;  // entries that must stay unwritten
   ASSERT_EQ(histogramEven(line.data(), static_cast<int>(line.size()), 8, 1, histPtr, levelPtr,
                           counts, lower, upper),
             kStsNoErr);
 
-  const std::vector<int> edges16 = {0,   16,  32,  48,  64,  80,  96,  112, 128,
-                                    144, 160, 176, 192, 208, 224, 240, 255};
-  EXPECT_EQ(std::vector<int>(levels[0], levels[0] + 17), edges16);
+  EXPECT_EQ(std::vector<int>(levels[0], levels[0] + 17),
+            (std::vector<int>{0, 16, 32, 48, 64, 80, 96, 112, 128, 144, 160, 176, 192, 208, 224,
+                              240, 255}));
   EXPECT_EQ(std::vector<int>(levels[1], levels[1] + 5), (std::vector<int>{0, 64, 128, 192, 255}));
   EXPECT_EQ(std::vector<int>(levels[2], levels[2] + 2), (std::vector<int>{0, 255}));
 
@@ -107,9 +101,7 @@ TEST_F(ImagingOperations, HistogramEvenLevelsAndTheLostTopValue) {
   EXPECT_EQ(std::vector<int>(hist[2], hist[2] + 2), (std::vector<int>{7, -5}));
 
   // The remainder of the span goes to the first steps: 10 over 4 steps is 3, 3, 2, 2.
-  const int odd[3] = {5, 5, 5};
-  const int low[3] = {-3, 250, 0};
-  const int high[3] = {7, 260, 10};
+  const int odd[3] = {5, 5, 5}, low[3] = {-3, 250, 0}, high[3] = {7, 260, 10};
   ASSERT_EQ(histogramEven(line.data(), 3, 1, 1, histPtr, levelPtr, odd, low, high), kStsNoErr);
   EXPECT_EQ(std::vector<int>(levels[0], levels[0] + 5), (std::vector<int>{-3, 0, 3, 5, 7}));
   EXPECT_EQ(std::vector<int>(levels[1], levels[1] + 5),

@@ -91,19 +91,18 @@ class Resize : public ::testing::Test {
 };
 
 TEST_F(Resize, MatchesTheReferenceBitForBit) {
-  struct Case {
+  // The fit into the box (longer side to 256), the 256x256 gray image to 70, awkward ratios.
+  const struct {
     int width, height, channels, padding, outWidth, outHeight;
     double factor;
-  };
-  // The fit into the box (longer side to 256), the 256x256 gray image to 70, awkward ratios.
-  const Case cases[] = {
+  } cases[] = {
       {640, 480, 3, 0, 256, 192, 0.4},         {480, 640, 3, 5, 192, 256, 0.4},
       {257, 255, 3, 1, 256, 254, 256.0 / 257}, {1000, 750, 3, 0, 256, 192, 0.256},
       {97, 61, 3, 3, 256, 160, 256.0 / 97},    {4, 4, 3, 0, 256, 256, 64.0},
       {1999, 97, 3, 0, 256, 12, 256.0 / 1999}, {256, 256, 1, 0, 70, 70, 70.0 / 256},
       {300, 113, 1, 1, 256, 96, 256.0 / 300},  {6, 4, 1, 0, 256, 170, 256.0 / 6},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(std::to_string(c.width) + "x" + std::to_string(c.height));
     const Image src = randomImage(c.width, c.height, c.channels, c.padding, c.width * 31u);
     int status;
@@ -130,13 +129,11 @@ TEST_F(Resize, ConstantStaysConstant) {
   for (int channels : {1, 3}) {
     for (int value : {0, 1, 77, 254, 255}) {
       for (double factor : {0.3, 1.0, 256.0 / 37}) {
-        SCOPED_TRACE(std::to_string(channels) + " channels, value " + std::to_string(value) +
-                     ", factor " + std::to_string(factor));
-        Image src = randomImage(37, 23, channels, 0, 1);
-        src.pixels.assign(src.pixels.size(), static_cast<unsigned char>(value));
+        SCOPED_TRACE(::testing::Message() << channels << " channels, " << value << ", " << factor);
+        const Image src{37, 23, channels, 37 * channels,
+                        std::vector<unsigned char>(37 * 23 * channels, value)};
         int status, wrong = 0;
-        const Image got = resize(src, static_cast<int>(37 * factor), static_cast<int>(23 * factor),
-                                 factor, &status);
+        const Image got = resize(src, int(37 * factor), int(23 * factor), factor, &status);
         ASSERT_EQ(status, kStsNoErr);
         for (int y = 0; y < got.height; ++y) {
           for (int x = 0; x < got.width * channels; ++x)
@@ -167,10 +164,9 @@ TEST_F(Resize, IdentityReproducesInteriorAndLastColumnMayDropByOne) {
     }
     EXPECT_GT(lower, 0);
   }
-  const Image src = randomImage(16, 16, 3, 0, 1);
   int status;
-  EXPECT_EQ(src.at(15, 1, 0), 110);
-  EXPECT_EQ(resize(src, 16, 16, 1.0, &status).at(15, 1, 0), 109);
+  EXPECT_EQ(randomImage(16, 16, 3, 0, 1).at(15, 1, 0), 110);
+  EXPECT_EQ(resize(randomImage(16, 16, 3, 0, 1), 16, 16, 1.0, &status).at(15, 1, 0), 109);
 }
 
 TEST_F(Resize, FallbacksForTinySourcesStayInside) {
@@ -200,13 +196,12 @@ TEST_F(Resize, FallbacksForTinySourcesStayInside) {
 
 TEST_F(Resize, StatusChecksStandInTheirOrder) {
   unsigned char px[48] = {};
-  struct Case {
+  const struct {
     const unsigned char* src;
     int srcWidth, srcStep, x, width, dstWidth;
     double factor;
     int interpolation, expected;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {nullptr, 0, 0, -1, 0, 0, 0.0, 0, kStsNullPtrErr},
       {px, 0, 0, -1, 0, 0, 0.0, 0, kStsSizeErr},
       {px, 4, 0, -1, 0, 0, 0.0, 0, kStsStepErr},
@@ -218,7 +213,7 @@ TEST_F(Resize, StatusChecksStandInTheirOrder) {
       {px, 4, 12, 0, 4, 4, 1.0, 3, kStsInterpolationErr},
       {px, 4, 12, 0, 4, 4, 1.0, 2, kStsNoErr},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.expected);
     unsigned char dst[48];
     EXPECT_EQ(resize3(c.src, c.srcWidth, 4, c.srcStep, c.x, 0, c.width, 4, dst, 12, c.dstWidth, 4,
