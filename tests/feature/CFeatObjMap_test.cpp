@@ -60,7 +60,8 @@ TEST(FeatObjMap, FramesRoundTripInNameOrder) {
   EXPECT_EQ(map.WriteToMetaVec(frames), 2);
   ASSERT_EQ(frames.frameCount(), 3u);
   // Name order: the first feature frame holds "EDG" behind its 5-byte head.
-  EXPECT_EQ(std::string(reinterpret_cast<const char*>(frames.frameAt(1).data.data()) + 5, 3), "EDG");
+  const unsigned char* first = frames.frameAt(1).data.data();
+  EXPECT_EQ(std::string(first + 5, first + 8), "EDG");
 
   CFeatObjMap read;
   read.AddFeatureObject(floatFeature("EDG", 9.0f));  // replaced by the stream's
@@ -69,10 +70,10 @@ TEST(FeatObjMap, FramesRoundTripInNameOrder) {
   EXPECT_EQ(read.size(), 3u);
   EXPECT_EQ(firstValue(read, "EDG"), 1.0f);
   EXPECT_EQ(firstValue(read, "ZZZ"), 5.0f);
+
   CFeatObjMap filtered;
   filtered.ReadFromMetaVec(frames, "VAL");
   EXPECT_EQ(filtered.size(), 1u);
-
   const CFeatObjMap copy(read, 0, 0, nullptr);
   EXPECT_NE(copy.GetFeatureObject("EDG"), read.GetFeatureObject("EDG"));
   EXPECT_EQ(firstValue(copy, "ZZZ"), 5.0f);
@@ -92,28 +93,22 @@ TEST(FeatObjMap, ReadFailures) {
                            good.frameAt(0).dataLength);
   std::string otherType = stream;
   otherType[9] = 'x';  // "flx"
-  struct Case {
-    const char* name;
-    std::string stream;  // "" for no frame
-    const char* filter;
-    std::string expected;
+  const std::string format = "format error in input stream";
+  const struct { std::string stream; const char* filter; std::string expected; } cases[] = {
+      {"", nullptr, "feature map is empty"},  // no frame
+      {stream, "HUE", "feature HUE not found in stream"},
+      {stream.substr(0, 6), nullptr, format},  // cut in the name
+      {stream.substr(0, 11), nullptr, format},  // cut in the type word
+      {otherType, nullptr, "unsupported feature object type"},
   };
-  const Case cases[] = {
-      {"no frame", "", nullptr, "CFeatureObject: feature map is empty"},
-      {"filter misses", stream, "HUE", "CFeatureObject: feature HUE not found in stream"},
-      {"head cut in the name", stream.substr(0, 6), nullptr,
-       "CFeatureObject: format error in input stream"},
-      {"head cut in the type word", stream.substr(0, 11), nullptr,
-       "CFeatureObject: format error in input stream"},
-      {"unknown type word", otherType, nullptr, "CFeatureObject: unsupported feature object type"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.expected);
     CMetaVec frames;
     frames.addNewFrame(4, "Cuid", 0);
     if (!c.stream.empty()) addFrame(frames, c.stream);
     CFeatObjMap read;
-    EXPECT_EQ(thrownText([&] { read.ReadFromMetaVec(frames, c.filter); }), c.expected);
+    EXPECT_EQ(thrownText([&] { read.ReadFromMetaVec(frames, c.filter); }),
+              "CFeatureObject: " + c.expected);
   }
 }
 

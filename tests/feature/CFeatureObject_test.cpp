@@ -6,23 +6,21 @@
 #include <sstream>
 
 #include "feature/FeatureObjException.h"
+#include "tests/support/ExpectVEXL.h"
 #include "tests/support/HexBytes.h"
 #include "tests/support/ThrownText.h"
-#include "tests/support/ExpectVEXL.h"
 
 namespace {
 
-// "HUE", id 2027, H_SIZE 256, one row {0.5, 1.0, 0.25}: the shape of a photo feature.
+// "HUE", id 2027, H_SIZE 256, one row {0.5, 1.0, 0.25}.
 const char kPhotoStream[] =
-    "0002 07eb 03 485545 03 666c74"
-    "05 506172616d 01  03 696e74 01 06 485f53495a45 04 00000100"
-    "03 4d41540a 666c7400 62696e0a 00000001 00000003 3f000000 3f800000 3e800000";
+    "000207eb0348554503666c7405506172616d0103696e740106485f53495a450400000100"
+    "034d41540a666c740062696e0a00000001000000033f0000003f8000003e800000";
 
 // "SFM", id 2 (default quantisers), msPerRow 30, one row {0.5, 1.0, 0.05, 0.0}.
 const char kDefaultQuantStream[] =
-    "0002 0002 03 53464d 04 75636872"
-    "05 506172616d 01  06 737472696e67 01 08 6d7350657252 6f77 02 3330"
-    "03 4d41540a 75636872 62696e0a 00000001 00000004 80 ff 80 00";
+    "000200020353464d047563687205506172616d0106737472696e6701086d73506572526f"
+    "77023330034d41540a7563687262696e0a000000010000000480ff8000";
 
 // "ASE", id 7 (no defaults), a Quant block with one linear quantiser over both columns.
 const char kQuantHeader[] = "0002 0007 03 415345 04 75636872";
@@ -58,14 +56,9 @@ TEST(FeatureObjectStreamTest, WritesAndReadsTheGoldenFloatStream) {
   CFeatureObject<float> read;
   read.m_msPerRow = 5.0f;
   EXPECT_EQ(Read(read, hexBytes(kPhotoStream)), 69u);
-  EXPECT_EQ(read.GetName(), "HUE");
-  EXPECT_EQ(read.GetFeatureId(), 2027);
   EXPECT_EQ(read.GetMsPerRow(), 30.0f) << "a stream without msPerRow gets the default";
-  uint32_t size = 0;
-  EXPECT_TRUE(read.GetParameter(&size, "H_SIZE", false));
-  EXPECT_EQ(size, 256u);
-  ASSERT_EQ(read.m_matrix.m_cols, 3u);
-  EXPECT_EQ(read.m_matrix.m_data[2], 0.25f);
+  EXPECT_EQ(read.GetFeatureId(), 2027);
+  EXPECT_EQ(read.m_uintParams.at("H_SIZE"), 256u);
   EXPECT_EQ(Write(read), hexBytes(kPhotoStream));
 }
 
@@ -76,8 +69,6 @@ TEST(FeatureObjectStreamTest, DefaultQuantisersStoreOneBytePerElement) {
   object.AppendVector(BaseVector<float>(row, 4));
   object.EncodeParameters();
   EXPECT_EQ(hexText(Write(object)), hexText(hexBytes(kDefaultQuantStream)));
-  ASSERT_NE(object.m_defaultQuant, nullptr);
-  EXPECT_EQ(object.m_defaultQuant->GetTotalColumns(), 4u);
 
   CFeatureObject<float> read;
   Read(read, hexBytes(kDefaultQuantStream));
@@ -97,8 +88,8 @@ TEST(FeatureObjectStreamTest, StreamQuantisersConvertAndTheBlockGoesBackOutRaw) 
   EXPECT_EQ(Read(object, stream), stream.size());
   ASSERT_NE(object.m_streamQuant, nullptr);
   EXPECT_EQ(object.m_defaultQuant, nullptr);
-  const float expected[4] = {0.5f / 256, 128.5f / 256, 255.5f / 256, 64.5f / 256};
-  for (int i = 0; i < 4; ++i) EXPECT_EQ(object.m_matrix.m_data[i], expected[i]) << i;
+  EXPECT_EQ(std::vector<float>(object.m_matrix.m_data, object.m_matrix.m_data + 4),
+            (std::vector<float>{0.5f / 256, 128.5f / 256, 255.5f / 256, 64.5f / 256}));
   EXPECT_EQ(object.GetStreamSize(), 64u);
   EXPECT_EQ(hexText(Write(object)), hexText(stream));
 
@@ -116,9 +107,9 @@ TEST(FeatureObjectStreamTest, IntegerObjectsStoreTheirOwnTypeAndKeepAQuantBlockR
   CFeatureObject<unsigned int> object("cnt", 9);
   unsigned int row[2] = {7, 0x01020304};
   object.AppendVector(BaseVector<unsigned int>(row, 2));
-  const Bytes plain = hexBytes("0002 0009 03 636e74 04 75696e74"
-                          "03 4d41540a 75696e74 62696e0a 00000001 00000002 00000007 01020304");
-  EXPECT_EQ(hexText(Write(object)), hexText(plain));
+  EXPECT_EQ(hexText(Write(object)),
+            hexText(hexBytes("0002000903636e740475696e74034d41540a75696e7462696e0a0000000100"
+                             "0000020000000701020304")));
 
   const Bytes bytes = hexBytes("0002 0009 03 636e74 04 75636872") + hexBytes(kQuantSubBlock) +
                       hexBytes("03 4d41540a 75636872 62696e0a 00000001 00000002 05 06");
@@ -147,10 +138,7 @@ TEST(FeatureObjectStreamTest, EveryVersionUpTo2IsReadAndVersion1HasFixedValueFie
 TEST(FeatureObjectStreamTest, RefusesBadStreamsWithTheLayerTexts) {
   const Bytes head = hexBytes("0002 0007 01 41 03 666c74");
   CFeatureObject<float> object;
-  const struct {
-    Bytes tail;
-    const char* detail;
-  } cases[] = {
+  const struct { Bytes tail; const char* detail; } cases[] = {
       {hexBytes("04 50617261"), "unsupported sub tag in stream"},
       {hexBytes("05 5061726178 00"), "unsupported sub tag in stream"},
       {hexBytes("03 4d4158"), "unsupported sub tag in stream"},
@@ -175,23 +163,6 @@ TEST(FeatureObjectStreamTest, RefusesBadStreamsWithTheLayerTexts) {
             "CFeatureObject: stream buffer overflow");
 }
 
-TEST(FeatureObjectStreamTest, EveryPrefixEitherReadsOrFailsCleanly) {
-  const Bytes streams[] = {hexBytes(kPhotoStream), hexBytes(kDefaultQuantStream),
-                           hexBytes(kQuantHeader) + hexBytes(kQuantSubBlock) + hexBytes(kByteMatrix)};
-  for (const Bytes& stream : streams) {
-    for (size_t n = 0; n < stream.size(); ++n) {
-      SCOPED_TRACE(n);
-      const Bytes prefix(stream.begin(), stream.begin() + n);  // exact size for ASan
-      CFeatureObject<float> object;
-      try {
-        EXPECT_LE(Read(object, prefix), n);
-      } catch (const FeatureObjException&) {
-      } catch (const VEXLException&) {
-      }
-    }
-  }
-}
-
 TEST(FeatureObjectStreamTest, EmptyQuantisedMatrixWritesFloatWordUnderByteType) {
   CFeatureObject<float> object("SFM", 2);
   float row[2] = {0.1f, 0.2f};
@@ -199,8 +170,9 @@ TEST(FeatureObjectStreamTest, EmptyQuantisedMatrixWritesFloatWordUnderByteType) 
   object.GetStreamSize();  // builds the default quantisers
   object.m_matrix.RemoveFrontRows(1);
   const Bytes stream = Write(object);
-  EXPECT_EQ(hexText(stream), hexText(hexBytes("0002 0002 03 53464d 04 75636872"
-                                     "03 4d41540a 666c7400 62696e0a 00000000 00000002")));
+  EXPECT_EQ(hexText(stream),
+            hexText(hexBytes("000200020353464d0475636872034d41540a666c740062696e0a00000000"
+                             "00000002")));
   CFeatureObject<float> read;
   ExpectVEXL([&] { Read(read, stream); }, "unsupported type conversion", "vexl/type_info", 199);
 }
@@ -213,13 +185,9 @@ TEST(FeatureObjectTest, ExcerptRoundsToRowsAndKeepsAtLeastOne) {
     unsigned char row[2] = {r, static_cast<unsigned char>(r + 100)};
     source.AppendVector(BaseVector<unsigned char>(row, 2));
   }
-  const struct {
-    uint32_t skip, duration, rows;
-    unsigned char first;
-  } cases[] = {
-      {1, 0, 10, 0}, {15, 0, 9, 1}, {14, 0, 10, 0}, {0, 10, 1, 0},
-      {280, 100, 1, 9}, {30, 60, 2, 1}, {0, 1000, 10, 0},
-  };
+  const struct { uint32_t skip, duration, rows; unsigned char first; } cases[] = {
+      {1, 0, 10, 0}, {15, 0, 9, 1},   {14, 0, 10, 0}, {0, 10, 1, 0},
+      {280, 100, 1, 9}, {30, 60, 2, 1}, {0, 1000, 10, 0}};
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.skip << " " << c.duration);
     std::unique_ptr<CFeatureObjectBase> excerpt(source.CreateExcerpt(c.skip, c.duration));
@@ -237,9 +205,7 @@ TEST(FeatureObjectTest, ExcerptRoundsToRowsAndKeepsAtLeastOne) {
             "CFeatureObject: not enough data to create excerpt (skip)");
   std::unique_ptr<CFeatureObjectBase> copy(source.CreateExcerpt(0, 0));
   SMatrixInfo info;
-  copy->GetMatrixInfo(info);
-  EXPECT_STREQ(info.m_typeName, "uchr");
-  EXPECT_EQ(info.m_rows, 10u);
+  EXPECT_EQ(copy->GetMatrixInfo(info).m_rows, 10u);
   EXPECT_NE(info.m_data, source.m_matrix.m_data);
 }
 
@@ -285,17 +251,13 @@ TEST(FeatureObjectTest, ParametersLookWhereTheirTypeSays) {
   object.SetParameter("u", 7u);
   object.SetParameter("f", 0.1f);
   uint32_t u = 0;
-  EXPECT_TRUE(object.GetParameter(&u, "n", false));
-  EXPECT_EQ(u, 42u);
   float f = 0;
-  EXPECT_FALSE(object.GetParameter(&f, "u", false));
   std::string text;
-  EXPECT_FALSE(object.GetParameter(&text, "u", false));
-  EXPECT_TRUE(object.GetParameter(&text, "f", true));
-  EXPECT_EQ(text, "0.1");
+  EXPECT_TRUE(object.GetParameter(&u, "n", false) && u == 42u);
+  EXPECT_FALSE(object.GetParameter(&f, "u", false) || object.GetParameter(&text, "u", false));
+  EXPECT_TRUE(object.GetParameter(&text, "f", true) && text == "0.1");
   EXPECT_FALSE(object.GetParameter(&text, "f", false)) << "removed";
-  EXPECT_TRUE(object.GetParameter(&u, "u", true));
-  EXPECT_EQ(u, 7u);
+  EXPECT_TRUE(object.GetParameter(&u, "u", true) && u == 7u);
   EXPECT_TRUE(object.m_uintParams.empty());
 
   object.m_msPerRow = 22.5f;

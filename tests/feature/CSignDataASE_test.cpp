@@ -20,24 +20,21 @@ TEST(CSignDataASETest, TakesItsSettingsWithoutRangeCheck) {
   CSignDataASE ase;
   EXPECT_EQ(ase.m_featureId, 3);
   expectDecodeFailure(ase, "CFeatureObject: missing parameter: lf");
-  ase.SetParameter("lf", uint32_t{9000});
-  expectDecodeFailure(ase, "CFeatureObject: missing parameter: uf");
-  ase.SetParameter("lf", uint32_t{9000});
-  ase.SetParameter("uf", uint32_t{100});  // below the lower edge: accepted
-  expectDecodeFailure(ase, "CFeatureObject: missing parameter: re");
-  ase.SetParameter("lf", uint32_t{9000});
-  ase.SetParameter("uf", uint32_t{100});
-  ase.SetParameter("re", uint32_t{4});
+  const char* names[] = {"lf", "uf", "re"};
+  const uint32_t values[] = {9000, 100, 4};  // upper edge below the lower one: accepted
+  for (int given = 1; given <= 3; ++given) {
+    for (int i = 0; i < given; ++i) ase.SetParameter(names[i], values[i]);
+    if (given < 3) {
+      expectDecodeFailure(ase, std::string("CFeatureObject: missing parameter: ") + names[given]);
+    }
+  }
   ase.DecodeParameters();
   EXPECT_EQ(ase.m_lowerFreq, 9000u);
   EXPECT_EQ(ase.m_upperFreq, 100u);
   EXPECT_EQ(ase.m_resolution, 4u);
   EXPECT_EQ(ase.m_msPerRow, 30.0f);
-
   ase.EncodeParameters();
-  uint32_t re = 0;
-  EXPECT_TRUE(ase.GetParameter(&re, "re", false));
-  EXPECT_EQ(re, 4u);
+  EXPECT_EQ(ase.m_uintParams.at("re"), 4u);
   EXPECT_EQ(ase.m_uintParams.size(), 3u);
   EXPECT_EQ(ase.m_stringParams.Find("msPerRow")->second, "30");
 

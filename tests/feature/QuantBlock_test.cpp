@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "feature/FeatureObjException.h"
+#include "tests/support/ExpectVEXL.h"
 #include "tests/support/HexBytes.h"
+#include "tests/support/ThrownText.h"
 
 namespace {
 
@@ -27,10 +29,7 @@ TEST(QuantBlockTest, ParsesEveryQuantiserTypeOfTheGoldenBlock) {
   EXPECT_EQ(module.GetTotalColumns(), 5u);
   for (uint32_t i = 0; i < 4; ++i) EXPECT_EQ(module.GetQuantizerType(i), static_cast<int>(i + 1));
   const CQuant& log = *module.m_quantizers[1];
-  EXPECT_EQ(log.m_min, -9.0f);
-  EXPECT_EQ(log.m_max, -1.0f);
-  EXPECT_EQ(log.m_levels, 256);
-  EXPECT_TRUE(log.m_exactMin);
+  EXPECT_TRUE(log.m_min == -9.0f && log.m_max == -1.0f && log.m_levels == 256 && log.m_exactMin);
   EXPECT_EQ(module.m_quantizers[2]->m_levels, 16);
   EXPECT_EQ(module.m_quantizers[3]->GetRisingAtOne(), 1.0f);
 
@@ -43,24 +42,17 @@ TEST(QuantBlockTest, EmptyBlockAndFailures) {
   CQuantModule<float> module(3);
   EXPECT_EQ(Parse(hexBytes("00000006 0000"), &module), 6u);
   EXPECT_EQ(module.GetQuantizerCount(), 0u);
-  try {
-    Parse(hexBytes("00000014 0001 05 00000000 3f800000 0001 0100 00"), &module);
-    ADD_FAILURE();
-  } catch (const FeatureObjException& e) {
-    EXPECT_STREQ(e.what(), "CFeatureObject: unknown type of quantizer found");
-  }
+  const Bytes unknown = hexBytes("00000014000105000000003f8000000001010000");
+  EXPECT_EQ(thrownText([&] { Parse(unknown, &module); }),
+            "CFeatureObject: unknown type of quantizer found");
   EXPECT_THROW(Parse(hexBytes("00000014 0001 01 00000000 3f800000 0001 0000 00"), &module), int);
   const Bytes block = hexBytes(kBlock);
   for (size_t n = 0; n < block.size(); ++n) {
     SCOPED_TRACE(n);
     CQuantModule<float> cut(5);
     const Bytes prefix(block.begin(), block.begin() + n);
-    try {
-      Parse(prefix, &cut);
-      ADD_FAILURE();
-    } catch (const FeatureObjException& e) {
-      EXPECT_STREQ(e.what(), "CFeatureObject: format error in input stream");
-    }
+    EXPECT_EQ(thrownText([&] { Parse(prefix, &cut); }),
+              "CFeatureObject: format error in input stream");
   }
 }
 
