@@ -223,7 +223,11 @@ const std::vector<SClassifyResult>& CSignatureDatabase::classifyFeatures(
     groupResults.resize(groups.size());
     for (size_t g = 0; g < groups.size(); ++g) {
       CFeatureGroup& group = groups[g];
-      groupResults[g] = group.classify(tiles(group.featureName, group.tileValues()), mode);
+      group.classify(tiles(group.featureName, group.tileValues()), mode);
+      // The group's list moves over instead of being copied: a copy would add a pass over
+      // every item per group to the scan. The group's own list is refilled by its next
+      // classification before anything reads it.
+      groupResults[g].swap(group.results);
       // Groups out of step (only a damaged stream leaves them so) cannot be summed.
       if (groupResults[g].size() != groupResults[0].size()) {
         throw std::string(kClassifyUnknownError);
