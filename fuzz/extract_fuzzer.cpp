@@ -1,8 +1,9 @@
 // Feeds arbitrary photos to the extraction run: the first four bytes give width (1..400),
-// height (1..400) and extra line padding (0..15), the rest are the pixels, copied into a
-// buffer of exactly height lines so that any read past the photo is caught. Small and flat
-// shapes reach the nearest and linear fallbacks of the resize and the enlargement of the edge
-// image. A run must end with the four vectors or with one of the run's failure texts.
+// height (1..400) and extra line padding (0..15), the rest are the pixels, repeated into a
+// buffer of exactly height lines so that any read past the photo is caught (a bare header
+// gives a black photo). Small and flat shapes reach the nearest and linear fallbacks of the
+// resize and the enlargement of the edge image. A run must end with the four vectors or with
+// one of the run's failure texts.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -16,8 +17,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const int width = 1 + (data[0] | (data[1] & 1) << 8) % 400;
   const int height = 1 + (data[2] | (data[1] & 2) << 7) % 400;
   const int lineStep = width * 3 + (data[3] & 15);
-  std::vector<unsigned char> pixels(static_cast<size_t>(lineStep) * height);
-  for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = data[4 + i % (size - 4 ? size - 4 : 1)];
+  // Pixel bytes repeat the rest of the input; a bare header gives a black photo.
+  const uint8_t* rest = data + 4;
+  const size_t restSize = size - 4;
+  std::vector<unsigned char> pixels(static_cast<size_t>(lineStep) * height, 0);
+  if (restSize != 0)
+    for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = rest[i % restSize];
 
   // One engine for all inputs, as a host keeps it: stale buffers carry over between photos.
   static CExtractorEngine engine(256, 256);
