@@ -386,4 +386,173 @@ TEST_F(OrvaneToolTest, UsageErrorsExitWithTwo) {
   EXPECT_FALSE(fs::exists(library));
 }
 
+// Every file under a folder with its size and modification time.
+std::string listing(const fs::path& folder) {
+  std::vector<std::string> lines;
+  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+    std::string line = entry.path().string();
+    if (entry.is_regular_file()) {
+      line += " " + std::to_string(entry.file_size()) + " " +
+              std::to_string(entry.last_write_time().time_since_epoch().count());
+    }
+    lines.push_back(line);
+  }
+  std::sort(lines.begin(), lines.end());
+  std::string all;
+  for (const std::string& line : lines) all += line + "\n";
+  return all;
+}
+
+// The path of the member marked keep in each group of a dups answer in JSON.
+std::vector<std::string> keptPaths(const std::string& answer) {
+  std::vector<std::string> kept;
+  for (const Json& group : Json::parse(answer)) {
+    for (const Json& member : group) {
+      if (member["action"] == "keep") kept.push_back(member["path"]);
+    }
+  }
+  return kept;
+}
+
+TEST_F(OrvaneToolTest, EachKeepRuleChoosesItsPhoto) {
+  makeFolder();
+  // Oldest first: first-q15, first.jpg, first-cropped, first-small.
+  const char* byAge[] = {"copies/first-q15.jpg", "first.jpg", "copies/first-cropped.png",
+                         "copies/first-small.jpg"};
+  const auto now = fs::file_time_type::clock::now();
+  for (int i = 0; i < 4; ++i) fs::last_write_time(photo(byAge[i]), now - std::chrono::hours(4 - i));
+  index();
+  const struct {
+    const char* rule;
+    const char* kept;
+  } cases[] = {{"pixels", "first.jpg"},
+               {"largest", "copies/first-cropped.png"},
+               {"newest", "copies/first-small.jpg"},
+               {"oldest", "copies/first-q15.jpg"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.rule);
+    const SRun dups = run("dups " + library + " --json --keep " + c.rule);
+    EXPECT_EQ(dups.status, 0) << dups.err;
+    EXPECT_EQ(keptPaths(dups.out), std::vector<std::string>{photo(c.kept)});
+  }
+  EXPECT_EQ(run("dups " + library + " --keep biggest").status, 2);
+}
+
+TEST_F(OrvaneToolTest, MoveToMovesTheOthersAndRecordsWhereTheyAre) {
+  makeFolder();
+  const fs::path reference = dir / "reference";
+  fs::create_directories(reference);
+  fs::copy_file(photo("second.png"), reference / "second.png");
+  fs::copy_file(photo("third.jpg"), reference / "third.jpg");
+  index();
+  ASSERT_EQ(run("index " + library + " " + reference.string()).status, 0);
+  const fs::path out = dir / "out";
+  // Taken already: reported and skipped, and the file there stays as it is.
+  fs::create_directories(out / "copies");
+  std::ofstream(out / "copies" / "first-q15.jpg") << "someone else's file";
+  fs::remove(photo("copies/first-small.jpg"));  // vanished since it was indexed
+  const std::string referenceListing = listing(reference);
+
+  const std::string dups = "dups " + library + " --reference " + reference.string();
+  for (const std::string& inside : {photo("copies/new"), (reference / "x").string()}) {
+    SCOPED_TRACE(inside);
+    const SRun refused = run(dups + " --move-to " + inside);
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_THAT(refused.err, HasSubstr("is inside"));
+    EXPECT_FALSE(fs::exists(inside));
+  }
+
+  const SRun moved = run(dups + " --move-to " + out.string());
+  EXPECT_EQ(moved.status, 3) << moved.err;
+  EXPECT_THAT(moved.err, HasSubstr(photo("copies/first-small.jpg") + ": No such file"));
+  EXPECT_THAT(moved.err, HasSubstr(photo("copies/first-q15.jpg") + ": target exists"));
+  EXPECT_THAT(moved.out, HasSubstr("3 moved, 2 failed"));
+  EXPECT_EQ(readFile(out / "copies" / "first-q15.jpg"), "someone else's file");
+  EXPECT_EQ(listing(reference), referenceListing);
+  // The reference copies stay; so do the photos without a copy in them, by the keep rule.
+  for (const char* name : {"first.jpg", "copies/first-q15.jpg"}) {
+    EXPECT_TRUE(fs::exists(photo(name))) << name;
+  }
+  for (const char* name : {"second.png", "third.jpg", "copies/first-cropped.png"}) {
+    EXPECT_FALSE(fs::exists(photo(name))) << name;
+    EXPECT_TRUE(fs::exists(out / name)) << name;
+  }
+  const SRun found = run("find " + library + " " + (reference / "second.png").string());
+  EXPECT_THAT(found.out, HasSubstr((out / "second.png").string()));
+  // Photos under the move-to folder take no part any more.
+  const SRun again = run(dups + " --move-to " + out.string() + " --json");
+  EXPECT_EQ(Json::parse(again.out).size(), 1u) << again.out;  // first.jpg with first-q15.jpg
+}
+
+TEST_F(OrvaneToolTest, DryRunChangesNothing) {
+  makeFolder();
+  index();
+  const std::string before = listing(photos);
+  const std::string libraryBefore = readFile(library);
+  const SRun planned = run("dups " + library + " --move-to " + (dir / "out").string() +
+                           " --dry-run");
+  EXPECT_EQ(planned.status, 0) << planned.err;
+  EXPECT_THAT(planned.out, HasSubstr("  ->  " + (dir / "out" / "copies" / "first-q15.jpg").string()));
+  EXPECT_THAT(planned.out, HasSubstr("dry run: 3 photos would move"));
+  EXPECT_EQ(listing(photos), before);
+  EXPECT_EQ(readFile(library), libraryBefore);
+  EXPECT_FALSE(fs::exists(dir / "out"));
+}
+
+TEST_F(OrvaneToolTest, MoveKilledHalfWayLeavesEveryPhotoRecordedWhereItIs) {
+  // Another file system when there is one, so that the copy-and-check path runs.
+  const fs::path out = fs::exists("/dev/shm") ? fs::path("/dev/shm") / dir.filename() : dir / "out";
+  constexpr int kPhotos = 40;
+  const std::string first = save(scene(1, 1600, 1200), photos / "photo-00.png");
+  for (int i = 1; i < kPhotos; ++i) {
+    fs::copy_file(first, photos / ("photo-" + std::to_string(100 + i).substr(1) + ".png"));
+  }
+  index();
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    freopen("/dev/null", "w", stdout);
+    freopen("/dev/null", "w", stderr);
+    execl(ORVANE_TOOL, ORVANE_TOOL, "dups", library.c_str(), "--move-to", out.c_str(),
+          static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while ((!fs::exists(out) || fs::is_empty(out)) && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::microseconds(200));
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  kill(child, SIGKILL);
+  int raw = 0;
+  waitpid(child, &raw, 0);
+  EXPECT_TRUE(WIFSIGNALED(raw)) << "the move ended before it was killed";
+
+  ASSERT_EQ(run("info " + library).status, 0);  // opening settles the cut move
+  std::vector<std::string> recorded;
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(library.c_str(), &db), SQLITE_OK);
+  sqlite3_stmt* query = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(db, "SELECT path FROM photo", -1, &query, nullptr), SQLITE_OK);
+  while (sqlite3_step(query) == SQLITE_ROW) {
+    recorded.push_back(reinterpret_cast<const char*>(sqlite3_column_text(query, 0)));
+  }
+  sqlite3_finalize(query);
+  sqlite3_close(db);
+  std::vector<std::string> present;
+  for (const fs::path& folder : {photos, out}) {
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+      if (entry.is_regular_file()) present.push_back(entry.path().string());
+    }
+  }
+  std::sort(recorded.begin(), recorded.end());
+  std::sort(present.begin(), present.end());
+  EXPECT_EQ(recorded, present);
+  EXPECT_GT(listing(out).size(), 0u);
+
+  const SRun resumed = run("dups " + library + " --move-to " + out.string());
+  EXPECT_EQ(resumed.status, 0) << resumed.err;
+  EXPECT_EQ(std::distance(fs::directory_iterator(photos), fs::directory_iterator()), 1);
+  fs::remove_all(out);
+}
+
 }  // namespace

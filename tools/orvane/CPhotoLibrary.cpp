@@ -36,6 +36,16 @@ CREATE TRIGGER photo_deleted AFTER DELETE ON photo
   BEGIN UPDATE counter SET generation = generation + 1; END;
 )sql";
 
+// Added to layout 1 without changing its number: older files get them on first open.
+constexpr const char* kMoveTables = R"sql(
+CREATE TABLE IF NOT EXISTS folder (path TEXT PRIMARY KEY);
+CREATE TABLE IF NOT EXISTS pending_move (
+  id INTEGER PRIMARY KEY,
+  source TEXT NOT NULL,
+  target TEXT NOT NULL
+);
+)sql";
+
 class Statement {
  public:
   Statement(sqlite3* db, const std::string& file, const char* sql) : db(db), file(file) {
@@ -102,6 +112,8 @@ void setNewDatabaseWeights(CFIDDatabase& database) {
 
 }  // namespace
 
+std::string partialCopyPath(const std::string& target) { return target + ".orvane-part"; }
+
 CPhotoLibrary::CPhotoLibrary(const std::string& file, Access access) : fileName(file), db(nullptr) {
   std::error_code error;
   if (access == Access::kExisting && !std::filesystem::exists(file, error)) {
@@ -118,6 +130,7 @@ CPhotoLibrary::CPhotoLibrary(const std::string& file, Access access) : fileName(
   sqlite3_busy_timeout(db, 10000);
   try {
     checkFormat(access);
+    settleInterruptedMoves();
   } catch (...) {
     sqlite3_close(db);
     throw;
@@ -166,6 +179,7 @@ void CPhotoLibrary::checkFormat(Access access) {
   } else {
     fail("not an orvane library");
   }
+  execute(kMoveTables);
   if (access == Access::kCreate) {
     // A writer must not build on a damaged file: check it before the first change.
     std::string verdict;
@@ -212,6 +226,64 @@ void CPhotoLibrary::putPhoto(const std::string& path, const SPhotoStamp& stamp,
 void CPhotoLibrary::removePhoto(int id) {
   Statement remove(db, fileName, "DELETE FROM photo WHERE id = ?");
   remove.bind(1, id).step();
+}
+
+void CPhotoLibrary::addIndexedFolders(const std::vector<std::string>& folders) {
+  begin();
+  for (const std::string& folder : folders) {
+    Statement(db, fileName, "INSERT OR IGNORE INTO folder (path) VALUES (?)")
+        .bindText(1, folder)
+        .step();
+  }
+  commit();
+}
+
+std::vector<std::string> CPhotoLibrary::indexedFolders() {
+  std::vector<std::string> folders;
+  Statement query(db, fileName, "SELECT path FROM folder ORDER BY path");
+  while (query.step()) folders.push_back(query.bytes(0));
+  return folders;
+}
+
+void CPhotoLibrary::startMoves(const std::vector<SPhotoMove>& moves) {
+  begin();
+  for (const SPhotoMove& move : moves) {
+    Statement(db, fileName, "INSERT INTO pending_move (id, source, target) VALUES (?, ?, ?)")
+        .bind(1, move.id)
+        .bindText(2, move.from)
+        .bindText(3, move.to)
+        .step();
+  }
+  commit();
+}
+
+void CPhotoLibrary::finishMove(const SPhotoMove& move, bool moved) {
+  begin();
+  if (moved) {
+    Statement(db, fileName, "UPDATE photo SET path = ? WHERE id = ?")
+        .bindText(1, move.to)
+        .bind(2, move.id)
+        .step();
+  }
+  Statement(db, fileName, "DELETE FROM pending_move WHERE id = ?").bind(1, move.id).step();
+  commit();
+}
+
+// A move cut short left its photo either where it was or at its target, and perhaps a
+// partial copy beside the target, which is the mover's own file and goes.
+void CPhotoLibrary::settleInterruptedMoves() {
+  std::vector<SPhotoMove> left;
+  {
+    Statement query(db, fileName, "SELECT id, source, target FROM pending_move");
+    while (query.step()) {
+      left.push_back({static_cast<int>(query.integer(0)), query.bytes(1), query.bytes(2)});
+    }
+  }
+  for (const SPhotoMove& move : left) {
+    std::error_code error;
+    std::filesystem::remove(partialCopyPath(move.to), error);
+    finishMove(move, photoFileGone(move.from) && !photoFileGone(move.to));
+  }
 }
 
 void CPhotoLibrary::forEachSignature(

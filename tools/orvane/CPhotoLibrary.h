@@ -6,6 +6,11 @@
 // changed since it was written (a counter that triggers raise with every change says so); a
 // stale or damaged cache is rebuilt from the signatures.
 //
+// It also keeps the folders that were indexed, and the photo moves under way: a move is
+// written down before the file moves and settled after, in the transaction that records the
+// photo's new path; a library opened after an interruption settles the moves left over by
+// looking where each file is.
+//
 // Every change is made inside a transaction: an interrupted writer leaves the file as of its
 // last commit. A file that is not an orvane library is refused before anything is written.
 // Every failure is a CToolError naming the file.
@@ -29,6 +34,16 @@ struct SStoredPhoto {
   std::string path;
   SPhotoStamp stamp;
 };
+
+// A photo file to move, from where the library has it to a path that must not exist yet.
+struct SPhotoMove {
+  int id = 0;
+  std::string from;
+  std::string to;
+};
+
+// Made beside the target while a move copies a file across file systems.
+std::string partialCopyPath(const std::string& target);
 
 class CPhotoLibrary {
  public:
@@ -54,6 +69,16 @@ class CPhotoLibrary {
   void putPhoto(const std::string& path, const SPhotoStamp& stamp, const std::string& signature);
   void removePhoto(int id);
 
+  // Folders (absolute, normalised) whose photos were indexed; the parent folder of a file
+  // that was indexed by its own name.
+  void addIndexedFolders(const std::vector<std::string>& folders);
+  std::vector<std::string> indexedFolders();
+
+  // Writes the moves down, each in its own transaction with its outcome: startMoves before
+  // any file moves, finishMove after each, with the new path when the file moved.
+  void startMoves(const std::vector<SPhotoMove>& moves);
+  void finishMove(const SPhotoMove& move, bool moved);
+
   // Calls back with the signature of every photo, by id.
   void forEachSignature(const std::function<void(int id, const CFIDContainer& signature)>& visit);
 
@@ -67,6 +92,7 @@ class CPhotoLibrary {
   void execute(const char* sql);
   [[noreturn]] void fail(const std::string& reason);
   void checkFormat(Access access);
+  void settleInterruptedMoves();
   std::int64_t generation();
   bool readCache(std::int64_t currentGeneration, std::string* stream);
   std::unique_ptr<CFIDDatabase> buildDatabase(std::int64_t count);

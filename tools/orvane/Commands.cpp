@@ -10,8 +10,10 @@
 
 #include "tools/orvane/CIndexer.h"
 #include "tools/orvane/CPhotoLibrary.h"
+#include "tools/orvane/CPhotoMover.h"
 #include "tools/orvane/CStdoutToStderr.h"
 #include "tools/orvane/DuplicateGroups.h"
+#include "tools/orvane/DuplicatePlan.h"
 #include "tools/orvane/PhotoDecoder.h"
 
 namespace {
@@ -32,6 +34,20 @@ void printMatch(const std::string& path, float score) {
   std::printf("  %.4f  %s\n", score, path.c_str());
 }
 
+// The folders that the paths name, and the folder of each file named.
+std::vector<std::string> namedFolders(const std::vector<std::string>& paths) {
+  std::vector<std::string> folders;
+  for (const std::string& named : paths) {
+    std::filesystem::path path = libraryPath(named);
+    std::error_code error;
+    if (!std::filesystem::is_directory(path, error) || !path.has_filename()) {
+      path = path.parent_path();
+    }
+    folders.push_back(path.string());
+  }
+  return folders;
+}
+
 void printJson(const Json& json) {
   // Paths need not be UTF-8; such bytes are replaced rather than refused.
   std::printf("%s\n", json.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
@@ -46,6 +62,7 @@ int runIndex(const SIndexOptions& options) {
     CStdoutToStderr libraryOutput;
     summary = CIndexer(library, options.jobs).run(options.paths, options.prune);
   }
+  library.addIndexedFolders(namedFolders(options.paths));
   const unsigned extracted = summary.added + summary.updated;
   std::printf("%u added, %u updated, %u skipped, %u failed", summary.added, summary.updated,
               summary.skipped, summary.failed);
@@ -114,10 +131,16 @@ int runFind(const std::string& libraryFile, const std::vector<std::string>& phot
   return failed ? kExitFailure : found ? kExitSuccess : kExitNothingFound;
 }
 
-int runDups(const std::string& libraryFile, bool json) {
-  CPhotoLibrary library(libraryFile, CPhotoLibrary::Access::kExisting);
+int runDups(const SDupsOptions& options) {
+  CPhotoLibrary library(options.library, CPhotoLibrary::Access::kExisting);
+  const std::vector<std::string> indexedFolders = library.indexedFolders();
+  if (!options.moveTo.empty()) {
+    if (const auto refusal = moveToRefusal(options.moveTo, indexedFolders, options.references)) {
+      std::fprintf(stderr, "orvane: --move-to %s\n", refusal->c_str());
+      return kExitUsage;
+    }
+  }
   const std::unique_ptr<CFIDDatabase> database = library.loadDatabase();
-  const std::unordered_map<int, std::string> paths = pathsById(library);
 
   std::vector<SPhotoLink> links;
   library.forEachSignature([&database, &links](int id, const CFIDContainer& signature) {
@@ -125,25 +148,46 @@ int runDups(const std::string& libraryFile, bool json) {
       if (match.id != id) links.push_back({id, match.id, match.score});
     }
   });
-  const std::vector<std::vector<SGroupMember>> groups = groupDuplicates(links);
+  const std::vector<SStoredPhoto> photos = library.photos();
+  const std::vector<std::vector<SPlannedMember>> plan =
+      planDuplicates(groupDuplicates(links), photos, indexedFolders,
+                     {options.keep, options.references, options.moveTo});
 
   Json all = Json::array();
-  for (const std::vector<SGroupMember>& group : groups) {
+  for (const std::vector<SPlannedMember>& group : plan) {
     Json members = Json::array();
-    if (!json) std::printf("%zu photos:\n", group.size());
-    for (const SGroupMember& member : group) {
-      const std::string& path = paths.at(member.id);
-      members.push_back(matchJson(member.id, path, member.score));
-      if (!json) printMatch(path, member.score);
+    if (!options.json) std::printf("%zu photos:\n", group.size());
+    for (const SPlannedMember& member : group) {
+      Json entry = matchJson(member.id, member.path, member.score);
+      entry["action"] = member.keep ? "keep" : "move";
+      if (!member.target.empty()) entry["target"] = member.target;
+      members.push_back(entry);
+      if (!options.json) {
+        std::printf("  %s  %.4f  %s%s%s\n", member.keep ? "keep" : "move", member.score,
+                    member.path.c_str(), member.target.empty() ? "" : "  ->  ",
+                    member.target.c_str());
+      }
     }
     all.push_back(members);
   }
-  if (json) {
+  if (options.json) {
     printJson(all);
-  } else if (groups.empty()) {
-    std::printf("no duplicates among %zu photos\n", paths.size());
+  } else if (plan.empty()) {
+    std::printf("no duplicates among %zu photos\n", photos.size());
   }
-  return groups.empty() ? kExitNothingFound : kExitSuccess;
+  if (plan.empty()) return kExitNothingFound;
+  if (options.moveTo.empty()) return kExitSuccess;
+
+  const std::vector<SPhotoMove> moves = plannedMoves(plan);
+  // Standard output holds nothing but the answer in JSON.
+  FILE* const notes = options.json ? stderr : stdout;
+  if (options.dryRun) {
+    std::fprintf(notes, "dry run: %zu photos would move, nothing was changed\n", moves.size());
+    return kExitSuccess;
+  }
+  const SMoveSummary summary = CPhotoMover(library).run(moves);
+  std::fprintf(notes, "%u moved, %u failed\n", summary.moved, summary.failed);
+  return summary.failed > 0 ? kExitFailure : kExitSuccess;
 }
 
 int runInfo(const std::string& libraryFile) {

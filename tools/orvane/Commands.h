@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/orvane/KeepRule.h"
+
 enum ExitStatus : int {
   kExitSuccess = 0,
   kExitNothingFound = 1,  // a search found nothing
@@ -26,7 +28,16 @@ int runIndex(const SIndexOptions& options);
 // near 0: the photos that count as the same photo; otherwise the near nearest.
 int runFind(const std::string& library, const std::vector<std::string>& photos, unsigned near,
             bool json);
-int runDups(const std::string& library, bool json);
+struct SDupsOptions {
+  std::string library;
+  bool json = false;
+  EKeepRule keep = EKeepRule::kPixels;
+  std::vector<std::string> references;  // folders whose photos always stay
+  std::string moveTo;                   // empty: nothing moves
+  bool dryRun = false;
+};
+
+int runDups(const SDupsOptions& options);
 int runInfo(const std::string& library);
 
 #endif  // ORVANE_TOOLS_COMMANDS_H_

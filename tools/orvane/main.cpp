@@ -2,7 +2,7 @@
 //
 //   orvane index LIBRARY PATH... [-j N] [--prune]
 //   orvane find LIBRARY PHOTO... [--near N] [--json]
-//   orvane dups LIBRARY [--json]
+//   orvane dups LIBRARY [--keep RULE] [--reference DIR]... [--move-to DIR [--dry-run]] [--json]
 //   orvane info LIBRARY
 //
 // Exit status: 0 success, 1 a search found nothing, 2 usage error, 3 I/O or library error.
@@ -10,6 +10,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <map>
 #include <thread>
 
 #include "tools/orvane/CToolError.h"
@@ -50,10 +51,38 @@ int main(int argc, char** argv) {
       ->check(CLI::PositiveNumber);
   findCommand->add_flag("--json", json, "answer in JSON");
 
+  SDupsOptions dups;
   CLI::App* dupsCommand = app.add_subcommand(
-      "dups", "List groups of stored photos that count as the same photo.");
+      "dups", "List groups of stored photos that count as the same photo, each member marked "
+              "keep or move; with --move-to, move the others out of the way.");
   addLibrary(dupsCommand);
   dupsCommand->add_flag("--json", json, "answer in JSON");
+  const std::map<std::string, EKeepRule> keepRules{{"pixels", EKeepRule::kPixels},
+                                                   {"largest", EKeepRule::kLargest},
+                                                   {"newest", EKeepRule::kNewest},
+                                                   {"oldest", EKeepRule::kOldest}};
+  std::string keepRule = "pixels";
+  dupsCommand
+      ->add_option("--keep", keepRule,
+                   "the photo of each group that stays: pixels (most pixels, then the largest "
+                   "file; the default), largest (file size), newest or oldest (modification "
+                   "time); ties go to the shorter path, then the alphabetically first")
+      ->type_name("RULE")
+      ->check(CLI::IsMember(keepRules).description(""));
+  dupsCommand
+      ->add_option("--reference", dups.references,
+                   "a folder whose photos always stay and never move; a group is listed only "
+                   "if it holds a photo outside these folders (repeatable)")
+      ->type_name("DIR");
+  dupsCommand
+      ->add_option("--move-to", dups.moveTo,
+                   "move the photos marked move into DIR, at their path relative to the folder "
+                   "they were indexed from, and record their new paths in the library; never "
+                   "overwrites or deletes a file; DIR must not lie inside an indexed or a "
+                   "reference folder. A move that fails is reported and skipped, and the run "
+                   "exits with 3")
+      ->type_name("DIR");
+  dupsCommand->add_flag("--dry-run", dups.dryRun, "show what --move-to would do; change nothing");
 
   CLI::App* infoCommand =
       app.add_subcommand("info", "Show the number of photos, the file size and the version.");
@@ -72,7 +101,12 @@ int main(int argc, char** argv) {
       return runIndex(index);
     }
     if (findCommand->parsed()) return runFind(library, photos, near, json);
-    if (dupsCommand->parsed()) return runDups(library, json);
+    if (dupsCommand->parsed()) {
+      dups.library = library;
+      dups.keep = keepRules.at(keepRule);
+      dups.json = json;
+      return runDups(dups);
+    }
     return runInfo(library);
   } catch (const std::exception& e) {
     std::fprintf(stderr, "orvane: %s\n", e.what());
