@@ -2,9 +2,10 @@
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 FUZZ_SECONDS ?= 20
+PYTHON ?= /usr/bin/python3
 CTEST_FLAGS ?= --output-on-failure -j 2
 
-.PHONY: all deps build test test-normal test-asan fuzz bench demo clean
+.PHONY: all deps build test test-normal test-asan fuzz bench demo clean python test-python
 
 all: build
 
@@ -31,10 +32,21 @@ test-asan: deps $(ASAN_BUILD)/build.ninja
 	cmake --build $(ASAN_BUILD)
 	ctest --test-dir $(ASAN_BUILD) $(CTEST_FLAGS)
 
+# The Python package, importable with PYTHONPATH=$(BUILD)/python, and the C++ reference
+# program its tests compare against.
+python: deps $(BUILD)/build.ninja
+	cmake -S . -B $(BUILD) -DORVANE_BUILD_PYTHON=ON -DPython3_EXECUTABLE=$(PYTHON) > /dev/null
+	cmake --build $(BUILD) --target orvane_python orvane_reference
+
+# pytest's own exit status fails the target (5: no tests collected counts as a failure).
+test-python: python
+	PYTHONPATH=$(BUILD)/python PYTHONDONTWRITEBYTECODE=1 ORVANE_REFERENCE=$(BUILD)/python/orvane_reference \
+	  $(PYTHON) -m pytest -q -p no:cacheprovider python/tests
+
 fuzz: test-asan
 	scripts/run-fuzzers.sh $(ASAN_BUILD) $(FUZZ_SECONDS)
 
-test: test-normal test-asan fuzz
+test: test-normal test-python test-asan fuzz
 
 bench: build
 	@for b in $(BUILD)/bench/*_bench; do echo "== $$b"; $$b; done

@@ -1,0 +1,124 @@
+"""Database: the C++ library's answers, errors, weights, save/load and pickling."""
+
+import io
+import pickle
+
+import numpy as np
+import pytest
+
+import orvane
+from conftest import brighter, photo
+
+PHOTOS = [photo(320, 240, seed) for seed in range(1, 9)]
+QUERY = brighter(PHOTOS[2])
+
+
+@pytest.fixture(scope="module")
+def signatures():
+    extractor = orvane.Extractor()
+    return [extractor.extract(p) for p in PHOTOS], extractor.extract(QUERY)
+
+
+@pytest.fixture
+def database(signatures):
+    stored, _ = signatures
+    database = orvane.Database()
+    for id, sig in enumerate(stored, 1):
+        database.add(sig, id)
+    return database
+
+
+def answers(database, query):
+    return database.same_photo(query), database.nearest(query, 0)
+
+
+def test_answers_equal_the_libraries(reference, database, signatures):
+    lines = reference(["classify"], PHOTOS + [QUERY])
+    expected = {0: [], 1: []}
+    for line in lines:
+        mode, id, score = line.split()
+        expected[int(mode)].append((int(id), float.fromhex(score)))
+    same, nearest = answers(database, signatures[1])
+    assert same == expected[0] and nearest == expected[1]
+    assert [id for id, _ in same] == [3] and len(nearest) == len(PHOTOS)
+    assert database.classify(signatures[1], 0, 0) == same
+    assert database.classify(signatures[1], 0, 7) == nearest
+    assert database.nearest(signatures[1], 3) == nearest[:3]
+    assert database.nearest(signatures[1], 2**40) == nearest
+
+
+def test_add_remove_clear(database, signatures):
+    stored, query = signatures
+    assert len(database) == 8
+    database.remove(3)
+    assert len(database) == 7 and database.same_photo(query) == []
+    database.add(stored[2], -5, tag=9)
+    assert database.same_photo(query)[0][0] == -5
+    database.clear()
+    assert len(database) == 0
+
+
+@pytest.mark.parametrize(
+    "call, error, text",
+    [
+        (lambda db, s: db.add(s, 0), orvane.Error, "addSignature Unknown Error"),
+        (lambda db, s: db.add(s, 2**31), ValueError, "id must be a 32-bit signed integer"),
+        (lambda db, s: db.nearest(s, -1), ValueError, "0 (all) or more, not -1"),
+        (lambda db, s: db.add(b"ORVF", 1), TypeError, "incompatible function arguments"),
+        (lambda db, s: db.save(3), TypeError, "expects a path or a binary file object, not int"),
+        (lambda db, s: db.load(io.StringIO("x")), TypeError, "not a text file"),
+        (lambda db, s: db.load("/nonexistent/db"), FileNotFoundError, "/nonexistent/db"),
+        (lambda db, s: db.save("/nonexistent/db"), FileNotFoundError, "/nonexistent/db"),
+    ],
+)
+def test_wrong_calls_raise(database, signatures, call, error, text):
+    with pytest.raises(error) as raised:
+        call(database, signatures[0][0])
+    assert text in str(raised.value)
+
+
+def test_library_failures_on_an_empty_database(signatures):
+    empty = orvane.Database()
+    with pytest.raises(orvane.Error, match="^classifyFloat with 0 items in databases$"):
+        empty.same_photo(signatures[1])
+    with pytest.raises(orvane.Error, match="^Database is emty, item can not be removed$"):
+        empty.remove(1)
+
+
+def test_weights():
+    database = orvane.Database()
+    assert (database.get_weight(0), database.get_weight(1), database.get_weight(2)) == (
+        50.0,
+        50.0,
+        None,
+    )
+    database.set_weight(0, 80.0)
+    assert database.get_weight(0) == 80.0
+
+
+@pytest.mark.parametrize("medium", ["path", "path object", "BytesIO", "pickle"])
+def test_save_load_round_trips(database, signatures, tmp_path, medium):
+    query = signatures[1]
+    before = answers(database, query)
+    database.set_weight(1, 20.0)
+    reweighted = answers(database, query)
+    assert reweighted != before
+    if medium == "pickle":
+        # A pickle carries the weights: the copy scores as the original does now.
+        copy = pickle.loads(pickle.dumps(database))
+        assert answers(copy, query) == reweighted and copy.get_weight(1) == 20.0
+        return
+    copy = orvane.Database()
+    copy.set_weight(0, 10.0)
+    if medium == "BytesIO":
+        buffer = io.BytesIO()
+        database.save(buffer)
+        buffer.seek(0)
+        copy.load(buffer)
+    else:
+        path = tmp_path / "photos.orvdb"
+        database.save(str(path) if medium == "path" else path)
+        copy.load(str(path) if medium == "path" else path)
+    # A load leaves the weights of a new database, whatever they were.
+    assert (copy.get_weight(0), copy.get_weight(1)) == (50.0, 50.0)
+    assert answers(copy, query) == before and len(copy) == len(database)
