@@ -286,6 +286,22 @@ void CPhotoLibrary::settleInterruptedMoves() {
   }
 }
 
+std::string CPhotoLibrary::setting(const std::string& key, const std::string& fallback) {
+  // The table is made with the first setting, so a library may not have one yet.
+  Statement table(db, fileName,
+                  "SELECT count(*) FROM sqlite_schema WHERE type = 'table' AND name = 'setting'");
+  if (!table.step() || table.integer(0) == 0) return fallback;
+  Statement query(db, fileName, "SELECT value FROM setting WHERE key = ?");
+  query.bindText(1, key);
+  return query.step() ? query.bytes(0) : fallback;
+}
+
+void CPhotoLibrary::putSetting(const std::string& key, const std::string& value) {
+  execute("CREATE TABLE IF NOT EXISTS setting (key TEXT PRIMARY KEY, value TEXT NOT NULL)");
+  Statement put(db, fileName, "INSERT OR REPLACE INTO setting (key, value) VALUES (?, ?)");
+  put.bindText(1, key).bindText(2, value).step();
+}
+
 void CPhotoLibrary::forEachSignature(
     const std::function<void(int id, const CFIDContainer& signature)>& visit) {
   Statement query(db, fileName, "SELECT id, path, signature FROM photo ORDER BY id");

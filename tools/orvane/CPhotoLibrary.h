@@ -11,6 +11,9 @@
 // photo's new path; a library opened after an interruption settles the moves left over by
 // looking where each file is.
 //
+// Settings that hold for the whole library (how its photos were decoded, for one) are kept
+// as named texts beside the photos; libraries made before settings existed have none.
+//
 // Every change is made inside a transaction: an interrupted writer leaves the file as of its
 // last commit. A file that is not an orvane library is refused before anything is written.
 // Every failure is a CToolError naming the file.
@@ -78,6 +81,11 @@ class CPhotoLibrary {
   // any file moves, finishMove after each, with the new path when the file moved.
   void startMoves(const std::vector<SPhotoMove>& moves);
   void finishMove(const SPhotoMove& move, bool moved);
+
+  // The text stored under key, or fallback when there is none.
+  std::string setting(const std::string& key, const std::string& fallback);
+  // Stores value under key; goes between begin and commit.
+  void putSetting(const std::string& key, const std::string& value);
 
   // Calls back with the signature of every photo, by id.
   void forEachSignature(const std::function<void(int id, const CFIDContainer& signature)>& visit);
