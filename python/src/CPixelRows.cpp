@@ -1,6 +1,7 @@
 #include "CPixelRows.h"
 
 #include <climits>
+#include <cstring>
 #include <string>
 
 namespace py = pybind11;
@@ -11,6 +12,16 @@ constexpr char kExpected[] = "a numpy uint8 array of shape (height, width, 3)";
 std::string shapeText(const py::array& array) {
   return py::str(py::tuple(array.attr("shape"))).cast<std::string>();
 }
+// Pixel x of the output takes in[x * pixelStride + c * next] for channels c = 0, 1, 2.
+inline void copyPixels(const unsigned char* in, unsigned char* out, int columns,
+                       py::ssize_t pixelStride, py::ssize_t next) {
+  for (int x = 0; x < columns; ++x, in += pixelStride, out += 3) {
+    out[0] = in[0];
+    out[1] = in[next];
+    out[2] = in[2 * next];
+  }
+}
+
 }  // namespace
 
 CPixelRows::Order CPixelRows::parseOrder(const std::string& order) {
@@ -75,13 +86,17 @@ void CPixelRows::prepare() {
   // Destination channel c takes source channel c, or 2 - c when the source is RGB.
   const py::ssize_t first = order == Order::kRGB ? 2 * channelStride : 0;
   const py::ssize_t next = order == Order::kRGB ? -channelStride : channelStride;
-  unsigned char* out = copy.data();
+  const bool packedPixels = columns == 1 || pixelStride == 3;
   for (int y = 0; y < lines; ++y) {
-    const unsigned char* pixel = base + y * rowStride + first;
-    for (int x = 0; x < columns; ++x, pixel += pixelStride, out += 3) {
-      out[0] = pixel[0];
-      out[1] = pixel[next];
-      out[2] = pixel[2 * next];
+    const unsigned char* in = base + y * rowStride + first;
+    unsigned char* out = copy.data() + y * packed;
+    // Packed rows, the common cases, with fixed strides the compiler can vectorise.
+    if (packedPixels && next == 1) {
+      std::memcpy(out, in, static_cast<size_t>(packed));
+    } else if (packedPixels && next == -1) {
+      copyPixels(in, out, columns, 3, -1);
+    } else {
+      copyPixels(in, out, columns, pixelStride, next);
     }
   }
   rows = copy.data();
