@@ -85,15 +85,19 @@ class HeapMatrix : public BaseMatrix<T> {
 
     const uint32_t rows = loadBigEndian32(buffer + 12);
     const uint32_t cols = loadBigEndian32(buffer + 16);
-    // Counted in 64 bits: a product that wraps in 32 bits must not pass for a small matrix.
-    const uint64_t streamBytes =
-        kMatHeaderBytes + uint64_t{rows} * cols * TypeInfo<T>::kElementBytes;
-    // Also what a buffer longer than the matrix gets: the stream must end where it ends.
-    if (streamBytes != size) ThrowVEXL(kTooFewElements);
+    // size = 20 + rows * cols * e exactly; also what a buffer longer than the matrix gets.
+    // The element count is compared by division first, so that no product of the counts can
+    // wrap (in 32 bits or in 64) into a small matrix that passes.
+    const uint64_t elements = uint64_t{rows} * cols;
+    const uint32_t dataBytes = size - kMatHeaderBytes;
+    if (elements > dataBytes / TypeInfo<T>::kElementBytes ||
+        elements * TypeInfo<T>::kElementBytes != dataBytes) {
+      ThrowVEXL(kTooFewElements);
+    }
     Resize(rows, cols);
     TypeInfo<T>::CheckStreamWord(buffer + 4);
     const unsigned char* in = buffer + kMatHeaderBytes;
-    const uint32_t count = rows * cols;
+    const auto count = static_cast<uint32_t>(elements);
     for (uint32_t i = 0; i < count; ++i, in += TypeInfo<T>::kElementBytes) {
       this->m_data[i] = TypeInfo<T>::Load(in);
     }
@@ -125,6 +129,13 @@ class HeapMatrix : public BaseMatrix<T> {
       expected = int64_t{index} + 1;
       HeapMatrix<T> part;
       part.ReadFromBuffer(chunks.subChunkData(i), static_cast<uint32_t>(chunks.subChunkLength(i)));
+      // Rows read without columns hold no bytes; once a chunk brings columns, all of them
+      // would need elements that no chunk carried. More elements than the chunks' total
+      // bytes is refused, so that a few bytes cannot ask for gigabytes.
+      if (this->m_cols == 0 && part.m_cols != 0 &&
+          uint64_t{this->m_rows} + part.m_rows > total / part.m_cols) {
+        ThrowVEXL(kTooFewElements);
+      }
       AppendMatrix(part);
     }
   }

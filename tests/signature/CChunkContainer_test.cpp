@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tests/signature/OlderStreams.h"
+#include "tests/support/ExpectVEXL.h"
 #include "vexl/heap_matrix.h"
 
 namespace {
@@ -116,6 +117,13 @@ TEST(CChunkContainerTest, MatrixFromChunksWarnsAboutAGapAndKeepsAllRows) {
   const float expected[] = {1.0f, 0.5f, 2.0f, 3.0f};
   for (int i = 0; i < 4; ++i) EXPECT_EQ(matrix.m_data[i], expected[i]) << i;
   EXPECT_EQ(matrix.m_capacity, 56u);  // kept: 56 bytes of chunks size the storage as 56 elements
+
+  // 2^30 rows without columns, then a chunk with two: elements no chunk holds are refused.
+  std::istringstream phantom(hexString("4D41540A666C740062696E0A4000000000000000" + kOlderMat));
+  ASSERT_EQ(chunks.addSubChunk(20, &phantom, 1, 1), 1);
+  ASSERT_EQ(chunks.addSubChunk(28, &phantom, 2, 0), 1);
+  ExpectVEXL([&] { matrix.ReadFromChunks(chunks); }, "too few elements in buffer",
+             "vexl/heap_matrix", 561);
 }
 
 TEST(CChunkContainerTest, Syncsafe21PacksThreeGroupsAndIgnoresTheTopByte) {

@@ -74,7 +74,8 @@ TEST(MatStreamTest, RefusesBadBinaryWithTheTableFailures) {
       {good + Bytes{0}, "too few elements in buffer", 561},
       {Bytes(good.begin(), good.end() - 1), "too few elements in buffer", 561},
       {hexBytes("4d41540a666c740062696e0a0001000000010000"), "too few elements in buffer", 561},
-  };  // the last one's rows * cols wraps to 0 in 32 bits
+      {hexBytes("4d41540a666c740062696e0a8000000080000000"), "too few elements in buffer", 561},
+  };  // the last two: rows * cols wraps to 0 in 32 bits, 20 + rows * cols * 4 to 20 in 64
   HeapMatrix<float> m;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.message);
