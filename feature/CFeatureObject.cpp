@@ -285,7 +285,10 @@ const std::string& CFeatureObject<T>::WrittenTypeName() const {
 }
 
 // Sum of the parts WriteToStream writes: the header, "Param" if a map has entries, "Quant"
-// with the raw block if stream quantisers exist, and the MAT sub-block.
+// if stream quantisers exist, and the MAT sub-block. "Quant" is counted from the module's
+// entries, 6 + 6 + 14 per quantiser + 8 per polynomial, not from the raw block that the
+// writer copies. kept: a block with spare bytes behind its entries leaves too little room
+// for the matrix, and the write fails with "stream buffer overflow".
 template <typename T>
 uint32_t CFeatureObject<T>::GetStreamSize() {
   ChooseQuantizer();
@@ -293,9 +296,7 @@ uint32_t CFeatureObject<T>::GetStreamSize() {
   if (!m_stringParams.empty() || !m_uintParams.empty()) {
     size += kSubTagBytes + 1 + m_stringParams.GetStreamSize() + m_uintParams.GetStreamSize();
   }
-  // The block goes out byte for byte, so its stored length is what it takes: 6 + 14 per
-  // quantiser + 8 per polynomial for any well-formed block.
-  if (m_streamQuant != nullptr) size += kSubTagBytes + m_quantBlock.size();
+  if (m_streamQuant != nullptr) size += kSubTagBytes + QuantBlockBytes(*m_streamQuant);
   size += WriteMatrixBlock(nullptr, 0);
   if (size > UINT32_MAX) throw FeatureObjException(kStreamBufferOverflow);
   return static_cast<uint32_t>(size);
@@ -317,6 +318,10 @@ uint32_t CFeatureObject<T>::WriteToStream(unsigned char* buffer, uint32_t size) 
     out += m_uintParams.WriteToStream(out);
   }
   if (m_streamQuant != nullptr) {
+    // The raw block may be longer than counted: it must not run past the buffer.
+    if (kSubTagBytes + m_quantBlock.size() > size - static_cast<size_t>(out - buffer)) {
+      throw FeatureObjException(kStreamBufferOverflow);
+    }
     out = PutBytes(out, "\x05Quant", kSubTagBytes);
     out = PutBytes(out, m_quantBlock.data(), m_quantBlock.size());
   }

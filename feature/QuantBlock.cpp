@@ -3,6 +3,22 @@
 #include "feature/ByteReader.h"
 #include "feature/FeatureObjException.h"
 
+namespace {
+
+// The entry type of a polynomial quantiser, the one entry with two more floats.
+constexpr int kPolynomialType = 4;
+
+}  // namespace
+
+uint32_t QuantBlockBytes(const CQuantModule<float>& module) {
+  uint32_t bytes = kQuantHeadBytes;
+  for (uint32_t i = 0; i < module.GetQuantizerCount(); ++i) {
+    bytes += kQuantEntryBytes;
+    if (module.GetQuantizerType(i) == kPolynomialType) bytes += kPolynomialExtraBytes;
+  }
+  return bytes;
+}
+
 uint32_t ParseQuantBlock(const unsigned char* block, uint32_t size, CQuantModule<float>* module) {
   ByteReader in(block, size);
   in.U32();  // block length, already used by the sub-block reader
@@ -25,7 +41,7 @@ uint32_t ParseQuantBlock(const unsigned char* block, uint32_t size, CQuantModule
       case 3:
         quantizer = new CQuant_sin(min, max, levels, exactMin);
         break;
-      case 4: {
+      case kPolynomialType: {
         const float risingAtZero = in.F32();
         const float risingAtOne = in.F32();
         quantizer = new CQuant_polynomial(min, max, levels, exactMin, risingAtZero, risingAtOne);

@@ -8,9 +8,16 @@
 
 #include "feature/CQuantModule.h"
 
-// Bytes of a quantiser entry, and the extra bytes of a polynomial one.
+// Bytes of the length and count in front of the entries, of a quantiser entry, and the extra
+// bytes of a polynomial one.
+inline constexpr uint32_t kQuantHeadBytes = 6;
 inline constexpr uint32_t kQuantEntryBytes = 14;
 inline constexpr uint32_t kPolynomialExtraBytes = 8;
+
+// Bytes of the block that holds module's quantisers: 6 + 14 per quantiser + 8 more per
+// polynomial one. A block read from a stream may carry spare bytes behind its entries; they
+// are not counted here.
+uint32_t QuantBlockBytes(const CQuantModule<float>& module);
 
 // Adds the quantisers of the block to module and returns the bytes parsed. The block's own
 // length field is not used: size bounds the parse, and a block that ends inside an entry

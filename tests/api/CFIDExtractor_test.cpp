@@ -7,6 +7,7 @@
 
 #include "orvane.h"
 #include "tests/api/GeneratedPhoto.h"
+#include "tests/support/HexBytes.h"
 #include "tests/support/ThrownText.h"
 
 using ::testing::HasSubstr;
@@ -112,4 +113,17 @@ TEST(CFIDExtractorTest, SignatureStreamRoundTripsAndBadStreamsEmptyTheContainer)
   atEnd.get();  // sets the end-of-file bit before the read
   EXPECT_THAT(thrownText([&] { restored.read(atEnd); }),
               HasSubstr("no audio signature found in istream (EOF)"));
+}
+
+TEST(CFIDExtractorTest, AFeatureWhoseQuantBlockHasSpareBytesReadsButCannotBeWritten) {
+  // One "FeatObj" frame: "ASE", id 7, a Quant block of one linear entry and two spare bytes,
+  // a 2 by 2 byte matrix.
+  std::istringstream in(hexString(
+      "4f52564600000005 51 00 4d455441 4b 07 466561744f626a 42 0002 0007 03 415345 04 75636872"
+      "05 5175616e74 00000016 0001 01 00000000 3f800000 0002 0100 00 eeee"
+      "03 4d41540a 75636872 62696e0a 00000002 00000002 00 80 ff 40"));
+  CFIDContainer container;
+  container.read(in);
+  std::ostringstream out;
+  EXPECT_EQ(thrownText([&] { container.write(out); }), "Unknown Error");
 }

@@ -103,6 +103,22 @@ TEST(FeatureObjectStreamTest, StreamQuantisersConvertAndTheBlockGoesBackOutRaw) 
             "CFeatureObject: feature type conversion requieres a quantizer");
 }
 
+TEST(FeatureObjectStreamTest, AQuantBlockWithSpareBytesReadsButDoesNotFitItsCountedSize) {
+  // The block of kQuantSubBlock, its length 2 (or 40) bytes longer than its one entry.
+  const struct { const char* length; size_t spare; } cases[] = {{"00000016", 2}, {"0000003c", 40}};
+  for (const auto& c : cases) {
+    const Bytes stream = hexBytes(kQuantHeader) + hexBytes("05 5175616e74") + hexBytes(c.length) +
+                         hexBytes("0001 01 00000000 3f800000 0002 0100 00") + Bytes(c.spare, 0xee) +
+                         hexBytes(kByteMatrix);
+    CFeatureObject<float> object;
+    EXPECT_EQ(Read(object, stream), stream.size());
+    EXPECT_EQ(object.GetStreamSize(), 64u) << "6 + 6 + 14 for the entry, no spare bytes";
+    Bytes out(64);
+    EXPECT_EQ(thrownText([&] { object.WriteToStream(out.data(), 64); }),
+              "CFeatureObject: stream buffer overflow");
+  }
+}
+
 TEST(FeatureObjectStreamTest, IntegerObjectsStoreTheirOwnTypeAndKeepAQuantBlockRaw) {
   CFeatureObject<unsigned int> object("cnt", 9);
   unsigned int row[2] = {7, 0x01020304};
