@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sqlite3.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -253,7 +254,7 @@ TEST_F(OrvaneToolTest, BadPhotosAreReportedAndSkipped) {
   save(scene(2, 1000, 3), photos / "thin.png");
 
   SRun indexed = run("index " + library + " " + photos.string() + " " + photo("missing.jpg"));
-  EXPECT_EQ(indexed.status, 0);
+  EXPECT_EQ(indexed.status, 3);
   EXPECT_THAT(indexed.out, ::testing::MatchesRegex("1 added, 0 updated, 0 skipped, 5 failed in [^\n]*\n"));
   for (const char* name : {"truncated.jpg", "notes.jpg", "empty.png", "missing.jpg", "thin.png"}) {
     EXPECT_THAT(indexed.err, HasSubstr("orvane: " + photo(name) + ": ")) << name;
@@ -384,6 +385,67 @@ TEST_F(OrvaneToolTest, UsageErrorsExitWithTwo) {
     EXPECT_EQ(run(c.arguments).status, c.status);
   }
   EXPECT_FALSE(fs::exists(library));
+  EXPECT_THAT(run("find " + library + " x.jpg --near 0").err,
+              HasSubstr("--near: must be a whole number from 1 to 1000000, not 0"));
+}
+
+TEST_F(OrvaneToolTest, LibraryKeepsTheDecodeModeItWasMadeWith) {
+  // Fast mode decodes this one at half its size.
+  const std::string camera = save(scene(3, 2600, 1950), photos / "camera.jpg", "[Q=90]");
+  const std::string fast = (dir / "fast.orvane").string();
+  ASSERT_EQ(run("index " + fast + " " + photos.string() + " --fast").status, 0);
+  index();
+
+  const SRun intoFast = run("index " + fast + " " + photos.string());
+  EXPECT_EQ(intoFast.status, 3);
+  EXPECT_THAT(intoFast.err, HasSubstr(fast + ": this library was made with --fast; index into it "
+                                             "with --fast, or into a new library file without it"));
+  const SRun intoFull = run("index " + library + " " + photos.string() + " --fast");
+  EXPECT_EQ(intoFull.status, 3);
+  EXPECT_THAT(intoFull.err, HasSubstr(library + ": this library was made without --fast"));
+
+  // Each library decodes its queries as it decoded its photos, so the photo finds itself
+  // at distance 0 in both.
+  for (const std::string& made : {fast, library}) {
+    SCOPED_TRACE(made);
+    const Json found = Json::parse(run("find " + made + " " + camera + " --json").out);
+    EXPECT_EQ(found[0]["matches"][0]["score"], 0.0);
+  }
+}
+
+TEST_F(OrvaneToolTest, PhotosAboveThePixelBoundAreDecodedSmallerInBoundedMemory) {
+  // 900 megapixels in a few megabytes; and one above the bound whose format cannot be
+  // decoded at a reduced scale.
+  save(vips::VImage::black(30000, 30000), photos / "bomb.png", "[compression=9]");
+  save(vips::VImage::black(12000, 9000), photos / "interlaced.png", "[interlace]");
+  const auto start = std::chrono::steady_clock::now();
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    freopen((dir / "stdout").c_str(), "w", stdout);
+    freopen((dir / "stderr").c_str(), "w", stderr);
+    execl(ORVANE_TOOL, ORVANE_TOOL, "index", library.c_str(), photos.c_str(),
+          static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  int raw = 0;
+  struct rusage usage {};
+  wait4(child, &raw, 0, &usage);
+  const double seconds =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  ASSERT_TRUE(WIFEXITED(raw));
+  EXPECT_EQ(WEXITSTATUS(raw), 3);
+  EXPECT_THAT(readFile(dir / "stdout"), HasSubstr("1 added, 0 updated, 0 skipped, 1 failed"));
+  const std::string err = readFile(dir / "stderr");
+  EXPECT_THAT(err, HasSubstr(photo("bomb.png") + ": 30000 x 30000 pixels, more than 100 "
+                                                 "megapixels: indexed from a decode at 10000 x "
+                                                 "10000"));
+  EXPECT_THAT(err, HasSubstr(photo("interlaced.png") + ": 12000 x 9000 pixels, more than 100 "
+                                                       "megapixels, in a progressive or "
+                                                       "interlaced format"));
+  // The bounded photo's 300 MB of pixels and little else; a whole decode takes 2.7 GB.
+  EXPECT_LT(usage.ru_maxrss, 600 * 1024) << "kilobytes";
+  EXPECT_LT(seconds, 60);
 }
 
 // Every file under a folder with its size and modification time.

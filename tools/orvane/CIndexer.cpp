@@ -15,7 +15,7 @@
 #include <unordered_map>
 
 #include "tools/orvane/CProgressBar.h"
-#include "tools/orvane/PhotoDecoder.h"
+#include "tools/orvane/CToolError.h"
 
 namespace {
 
@@ -25,12 +25,14 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kCommitEvery(500);
 // How long the writer waits for a result before it looks at the clock again.
 constexpr std::chrono::milliseconds kWakeEvery(100);
+// The library setting that holds the decode mode.
+constexpr const char* kDecodeSetting = "decode";
 
 double secondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-std::string failureLine(const std::string& path, const std::string& reason) {
+std::string reportLine(const std::string& path, const std::string& reason) {
   return "orvane: " + path + ": " + reason;
 }
 
@@ -38,6 +40,7 @@ struct SResult {
   std::size_t job = 0;
   std::string signature;  // the signature stream; empty when the photo failed
   std::string failure;
+  std::string notice;  // said of a photo that was indexed all the same
   double decodeSeconds = 0;
   double extractSeconds = 0;
 };
@@ -65,17 +68,26 @@ class ResultQueue {
   std::deque<SResult> results;
 };
 
+std::string boundNotice(const SBgrPhoto& photo) {
+  return std::to_string(photo.fileWidth) + " x " + std::to_string(photo.fileHeight) +
+         " pixels, more than " + std::to_string(kMaxDecodedPixels / 1'000'000) +
+         " megapixels: indexed from a decode at " + std::to_string(photo.width) + " x " +
+         std::to_string(photo.height);
+}
+
 // A worker: takes the next photo until there is none or the writer stops.
-void extractPhotos(CFIDExtractor& extractor, const std::vector<std::string>& paths,
-                   std::atomic<std::size_t>& next, const std::atomic<bool>& stop,
-                   ResultQueue& results) {
+void extractPhotos(CFIDExtractor& extractor, DecodeMode mode,
+                   const std::vector<std::string>& paths, std::atomic<std::size_t>& next,
+                   const std::atomic<bool>& stop, ResultQueue& results) {
+  SBgrPhoto photo;
   for (std::size_t job = next++; job < paths.size() && !stop; job = next++) {
     SResult result;
     result.job = job;
     try {
       const Clock::time_point start = Clock::now();
-      const SBgrPhoto photo = decodePhoto(paths[job]);
+      decodePhoto(paths[job], mode, photo);
       result.decodeSeconds = secondsSince(start);
+      if (photo.bounded) result.notice = boundNotice(photo);
       const Clock::time_point extractStart = Clock::now();
       const CFIDContainer& signature = extractor.extract(photo.pixels.data(), photo.width,
                                                         photo.height, photo.width * 3, 0, 0);
@@ -93,14 +105,38 @@ void extractPhotos(CFIDExtractor& extractor, const std::vector<std::string>& pat
 
 }  // namespace
 
-CIndexer::CIndexer(CPhotoLibrary& library, unsigned jobs) : library(library), jobs(jobs) {}
+CIndexer::CIndexer(CPhotoLibrary& library, unsigned jobs, DecodeMode mode)
+    : library(library), jobs(jobs), mode(mode) {
+  if (library.setting(kDecodeSetting, "").empty() && library.photoCount() == 0) {
+    library.begin();
+    library.putSetting(kDecodeSetting, decodeModeName(mode));
+    library.commit();
+  }
+  const DecodeMode made = madeWith(library);
+  if (made == mode) return;
+  throw CToolError(library.file(),
+                   made == DecodeMode::kFast
+                       ? "this library was made with --fast; index into it with --fast, or "
+                         "into a new library file without it"
+                       : "this library was made without --fast; index into it without "
+                         "--fast, or into a new library file with it");
+}
+
+DecodeMode CIndexer::madeWith(CPhotoLibrary& library) {
+  DecodeMode made = DecodeMode::kFull;
+  const std::string name = library.setting(kDecodeSetting, decodeModeName(made));
+  if (!decodeModeFromName(name, &made)) {
+    throw CToolError(library.file(), "unknown decode mode \"" + name + "\"");
+  }
+  return made;
+}
 
 SIndexSummary CIndexer::run(const std::vector<std::string>& paths, bool prune) {
   const Clock::time_point start = Clock::now();
   SIndexSummary summary;
   const std::vector<SPhotoFile> files =
       collectPhotoFiles(paths, [&summary](const std::string& path, const std::string& reason) {
-        std::fprintf(stderr, "%s\n", failureLine(path, reason).c_str());
+        std::fprintf(stderr, "%s\n", reportLine(path, reason).c_str());
         ++summary.failed;
       });
 
@@ -138,7 +174,7 @@ void CIndexer::extractAndStore(const std::vector<SJob>& work, SIndexSummary& sum
   std::atomic<bool> stop{false};
   std::vector<std::thread> threads;
   for (std::size_t i = 0; i < workers; ++i) {
-    threads.emplace_back(extractPhotos, std::ref(*extractors[i]), std::cref(paths),
+    threads.emplace_back(extractPhotos, std::ref(*extractors[i]), mode, std::cref(paths),
                          std::ref(next), std::cref(stop), std::ref(results));
   }
   const auto joinAll = [&threads, &stop] {
@@ -163,9 +199,10 @@ void CIndexer::extractAndStore(const std::vector<SJob>& work, SIndexSummary& sum
         const SResult& result = next->second;
         const SJob& job = work[stored];
         if (!result.failure.empty()) {
-          progress.message(failureLine(job.file.path, result.failure));
+          progress.message(reportLine(job.file.path, result.failure));
           ++summary.failed;
         } else {
+          if (!result.notice.empty()) progress.message(reportLine(job.file.path, result.notice));
           if (!open) {
             library.begin();
             open = true;

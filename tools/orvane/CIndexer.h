@@ -5,6 +5,10 @@
 // twice a second, so that an interrupted run keeps what it had done. Unchanged files (same
 // size and modification time) are skipped. A file that cannot be used is reported with its
 // reason and counted as failed; the run goes on.
+//
+// A library holds photos decoded one way only (full or fast), the way it was made: its
+// signatures would otherwise differ a little for the same photo. The mode is recorded when
+// the first indexer meets the library empty; libraries older than the record are full.
 #ifndef ORVANE_TOOLS_CINDEXER_H_
 #define ORVANE_TOOLS_CINDEXER_H_
 
@@ -12,6 +16,7 @@
 #include <vector>
 
 #include "tools/orvane/CPhotoLibrary.h"
+#include "tools/orvane/PhotoDecoder.h"
 
 struct SIndexSummary {
   unsigned added = 0;    // new paths
@@ -26,11 +31,16 @@ struct SIndexSummary {
 
 class CIndexer {
  public:
-  // REQUIRES: jobs > 0.
-  CIndexer(CPhotoLibrary& library, unsigned jobs);
+  // REQUIRES: jobs > 0. Throws CToolError, saying how to go on, when the library was made
+  // in the other mode.
+  CIndexer(CPhotoLibrary& library, unsigned jobs, DecodeMode mode);
+
+  // The mode the library's photos were decoded in.
+  static DecodeMode madeWith(CPhotoLibrary& library);
 
   // Indexes the files named and those in the folders named; with prune, also drops the
-  // photos whose files are gone. Failures go to standard error as "orvane: <path>: <reason>".
+  // photos whose files are gone. Failures go to standard error as "orvane: <path>: <reason>",
+  // and so do photos that the pixel bound made smaller.
   SIndexSummary run(const std::vector<std::string>& paths, bool prune);
 
  private:
@@ -43,6 +53,7 @@ class CIndexer {
 
   CPhotoLibrary& library;
   unsigned jobs;
+  DecodeMode mode;
 };
 
 #endif  // ORVANE_TOOLS_CINDEXER_H_

@@ -60,7 +60,8 @@ int runIndex(const SIndexOptions& options) {
   SIndexSummary summary;
   {
     CStdoutToStderr libraryOutput;
-    summary = CIndexer(library, options.jobs).run(options.paths, options.prune);
+    const DecodeMode mode = options.fast ? DecodeMode::kFast : DecodeMode::kFull;
+    summary = CIndexer(library, options.jobs, mode).run(options.paths, options.prune);
   }
   library.addIndexedFolders(namedFolders(options.paths));
   const unsigned extracted = summary.added + summary.updated;
@@ -74,7 +75,7 @@ int runIndex(const SIndexOptions& options) {
                 summary.decodeSeconds, summary.extractSeconds, options.jobs,
                 options.jobs == 1 ? "" : "s");
   }
-  return kExitSuccess;
+  return summary.failed > 0 ? kExitFailure : kExitSuccess;
 }
 
 int runFind(const std::string& libraryFile, const std::vector<std::string>& photos,
@@ -91,9 +92,11 @@ int runFind(const std::string& libraryFile, const std::vector<std::string>& phot
   {
     CStdoutToStderr libraryOutput;
     CFIDExtractor extractor(1);
+    const DecodeMode mode = CIndexer::madeWith(library);
+    SBgrPhoto photo;
     for (std::size_t i = 0; i < photos.size(); ++i) {
       try {
-        const SBgrPhoto photo = decodePhoto(photos[i]);
+        decodePhoto(photos[i], mode, photo);
         const CFIDContainer& signature = extractor.extract(photo.pixels.data(), photo.width,
                                                           photo.height, photo.width * 3, 0, 0);
         if (database->size() > 0) {

@@ -21,9 +21,11 @@ struct SIndexOptions {
   std::vector<std::string> paths;
   unsigned jobs = 1;
   bool prune = false;
+  bool fast = false;     // decode at a reduced scale where the format allows it
   bool timings = false;  // also print how the time split between decoding and extraction
 };
 
+// Exit status 3 when any photo failed, after indexing all the others.
 int runIndex(const SIndexOptions& options);
 // near 0: the photos that count as the same photo; otherwise the near nearest.
 int runFind(const std::string& library, const std::vector<std::string>& photos, unsigned near,

@@ -1,11 +1,12 @@
 // orvane: finds the same photo in a photo folder.
 //
-//   orvane index LIBRARY PATH... [-j N] [--prune]
+//   orvane index LIBRARY PATH... [-j N] [--prune] [--fast]
 //   orvane find LIBRARY PHOTO... [--near N] [--json]
 //   orvane dups LIBRARY [--keep RULE] [--reference DIR]... [--move-to DIR [--dry-run]] [--json]
 //   orvane info LIBRARY
 //
-// Exit status: 0 success, 1 a search found nothing, 2 usage error, 3 I/O or library error.
+// Exit status: 0 success, 1 a search found nothing, 2 usage error, 3 I/O or library error, or
+// a photo that could not be used.
 #include <orvane.h>
 
 #include <CLI/CLI.hpp>
@@ -17,8 +18,32 @@
 #include "tools/orvane/Commands.h"
 #include "tools/orvane/PhotoDecoder.h"
 
+namespace {
+
+// A count of 1 or more, said in words when it is not one.
+const CLI::Validator kAtLeastOne(
+    [](std::string& text) {
+      unsigned long value = 0;
+      std::size_t used = 0;
+      try {
+        value = std::stoul(text, &used);
+      } catch (const std::exception&) {
+        used = 0;
+      }
+      const bool whole = used == text.size() && used > 0 && text[0] != '-' && text[0] != '+';
+      return whole && value >= 1 && value <= 1'000'000 ? std::string()
+                                                       : "must be a whole number from 1 to "
+                                                         "1000000, not " + text;
+    },
+    "1 or more");
+
+}  // namespace
+
 int main(int argc, char** argv) {
   CLI::App app{"orvane: finds the same photo in a photo folder."};
+  app.footer(
+      "Exit status: 0 success, 1 a search found nothing, 2 usage error, 3 I/O or library "
+      "error, or a photo that could not be used (the others are still done).");
   app.require_subcommand(1);
 
   std::string library;
@@ -32,12 +57,26 @@ int main(int argc, char** argv) {
   CLI::App* indexCommand = app.add_subcommand(
       "index", "Add the photos of files and folders to the library (made if missing); unchanged "
                "files are skipped.");
+  indexCommand->footer(
+      "Photos of more than " + std::to_string(kMaxDecodedPixels / 1'000'000) +
+      " megapixels are decoded at a reduced scale, line by line, and said so: a worker holds "
+      "at most " + std::to_string(kMaxDecodedPixels * 3 / 1'000'000) +
+      " MB of pixels. Such photos in progressive, interlaced or other formats that cannot be "
+      "decoded that way are refused.\n"
+      "Photos that cannot be used are reported and skipped; the run goes on and ends with exit "
+      "status 3.");
   addLibrary(indexCommand);
   indexCommand->add_option("PATH", index.paths, "photo files and folders, walked recursively")
       ->required();
   indexCommand->add_option("-j,--jobs", index.jobs, "photos worked on at once (default: all cores)")
-      ->check(CLI::PositiveNumber);
+      ->check(kAtLeastOne);
   indexCommand->add_flag("--prune", index.prune, "drop photos whose files are gone");
+  indexCommand->add_flag(
+      "--fast", index.fast,
+      "decode large JPEG and WebP photos at 1/2, 1/4 or 1/8 scale, keeping the longer side at " +
+          std::to_string(kFastLongerSide) +
+          " pixels or more: several times faster, scores differ slightly. A library is made "
+          "either with --fast or without it, and stays so");
   indexCommand->add_flag("--timings", index.timings,
                          "also print the time spent decoding and extracting");
 
@@ -48,7 +87,7 @@ int main(int argc, char** argv) {
   addLibrary(findCommand);
   findCommand->add_option("PHOTO", photos, "photos to look for")->required();
   findCommand->add_option("--near", near, "the N nearest photos instead of the same photo")
-      ->check(CLI::PositiveNumber);
+      ->check(kAtLeastOne);
   findCommand->add_flag("--json", json, "answer in JSON");
 
   SDupsOptions dups;

@@ -1,0 +1,150 @@
+// The decoder against a plain libvips decode of the whole file (turned, made sRGB, flattened
+// over white, cut to three 8-bit bands, channels swapped one pixel at a time): the same
+// pixels, bit for bit, on awkward widths and kinds of file; and the sizes that fast mode
+// decodes at.
+#include "tools/orvane/PhotoDecoder.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+#include <vips/vips8>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+vips::VImage ramp(int width, int height, int bands) {
+  const vips::VImage xy = vips::VImage::xyz(width, height);
+  vips::VImage image = (xy[0] * 37 + xy[1] * 11) % 251;
+  for (int band = 1; band < bands; ++band) {
+    image = image.bandjoin((xy[0] * (5 + band) + xy[1] * (29 * band)) % 253);
+  }
+  return image.cast(VIPS_FORMAT_UCHAR);
+}
+
+vips::VImage srgb(const vips::VImage& image) {
+  return image.copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+}
+
+vips::VImage turned(const vips::VImage& image, int orientation) {
+  vips::VImage copy = image.copy();
+  copy.set("orientation", orientation);
+  return copy;
+}
+
+SBgrPhoto referenceDecode(const std::string& path) {
+  vips::VImage image = vips::VImage::new_from_file(path.c_str()).autorot();
+  image = image.colourspace(VIPS_INTERPRETATION_sRGB);
+  if (image.has_alpha()) {
+    image = image.flatten(
+        vips::VImage::option()->set("background", std::vector<double>{255.0, 255.0, 255.0}));
+  }
+  if (image.bands() > 3) image = image.extract_band(0, vips::VImage::option()->set("n", 3));
+  image = image.cast(VIPS_FORMAT_UCHAR);
+  size_t size = 0;
+  unsigned char* rgb = static_cast<unsigned char*>(image.write_to_memory(&size));
+  SBgrPhoto photo;
+  photo.width = image.width();
+  photo.height = image.height();
+  photo.pixels.assign(rgb, rgb + size);
+  g_free(rgb);
+  for (size_t i = 0; i + 2 < size; i += 3) std::swap(photo.pixels[i], photo.pixels[i + 2]);
+  return photo;
+}
+
+class PhotoDecoderTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { session = new CDecoderSession("photo_decoder_test"); }
+  static void TearDownTestSuite() {
+    delete session;
+    session = nullptr;
+  }
+  void SetUp() override {
+    dir = fs::temp_directory_path() / ("orvane-decoder-test-" + std::to_string(getpid()));
+    fs::create_directories(dir);
+  }
+  void TearDown() override { fs::remove_all(dir); }
+
+  std::string save(const vips::VImage& image, const std::string& name) {
+    const fs::path path = dir / name;
+    image.write_to_file(path.c_str());
+    return path.string().substr(0, path.string().find('['));
+  }
+
+  static CDecoderSession* session;
+  fs::path dir;
+};
+
+CDecoderSession* PhotoDecoderTest::session = nullptr;
+
+TEST_F(PhotoDecoderTest, FullDecodeGivesThePixelsOfAPlainDecode) {
+  const vips::VImage photo = srgb(ramp(1201, 901, 3));
+  const struct {
+    std::string name;
+    vips::VImage image;
+  } cases[] = {
+      // Widths around the five pixels of a shuffle step, and their tails.
+      {"w1.png", srgb(ramp(1, 9, 3))},
+      {"w2.png", srgb(ramp(2, 9, 3))},
+      {"w5.png", srgb(ramp(5, 3, 3))},
+      {"w6.png", srgb(ramp(6, 3, 3))},
+      {"w7.png", srgb(ramp(7, 3, 3))},
+      {"w16.png", srgb(ramp(16, 2, 3))},
+      {"w17.png", srgb(ramp(17, 2, 3))},
+      {"photo.jpg[Q=90]", photo},
+      {"mirrored.jpg[Q=90]", turned(photo, 2)},
+      {"upside-down.jpg[Q=90]", turned(photo, 3)},
+      {"quarter.jpg[Q=90]", turned(photo, 6)},
+      {"transverse.png", turned(srgb(ramp(31, 17, 3)), 7)},
+      {"grey.png", ramp(301, 203, 1)},
+      {"grey-alpha.png", ramp(301, 203, 2)},
+      {"alpha.png", srgb(ramp(301, 203, 4))},
+      {"deep.png", srgb((ramp(301, 203, 3).cast(VIPS_FORMAT_USHORT) * 257))},
+      {"cmyk.jpg", photo.colourspace(VIPS_INTERPRETATION_CMYK)},
+      {"photo.webp[Q=80]", photo},
+      {"photo.tif", photo},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string path = save(c.image, c.name);
+    SBgrPhoto decoded;
+    decodePhoto(path, DecodeMode::kFull, decoded);
+    const SBgrPhoto reference = referenceDecode(path);
+    EXPECT_EQ(decoded.width, reference.width);
+    EXPECT_EQ(decoded.height, reference.height);
+    EXPECT_FALSE(decoded.bounded);
+    EXPECT_TRUE(decoded.pixels == reference.pixels);
+  }
+}
+
+TEST_F(PhotoDecoderTest, FastDecodeKeepsTheLongerSideAtTheBound) {
+  const struct {
+    std::string name;
+    int width, height, orientation;
+    int decodedWidth, decodedHeight;
+  } cases[] = {
+      {"camera.jpg", 4000, 3000, 1, 2000, 1500},
+      {"turned.jpg", 4000, 3000, 6, 1500, 2000},
+      {"at-the-bound.jpg", 2048, 1000, 1, 1024, 500},
+      {"just-below.jpg", 2047, 1000, 1, 2047, 1000},  // half of it would be 1023
+      {"panorama.jpg", 9000, 600, 1, 1125, 75},  // at most 1/8
+      {"small.jpg", 800, 600, 1, 800, 600},
+      {"camera.webp", 4000, 3000, 1, 2000, 1500},
+      {"camera.png", 2100, 1100, 1, 2100, 1100},  // no shortcut for PNG
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string path = save(turned(srgb(ramp(c.width, c.height, 3)), c.orientation), c.name);
+    SBgrPhoto decoded;
+    decodePhoto(path, DecodeMode::kFast, decoded);
+    EXPECT_EQ(decoded.width, c.decodedWidth);
+    EXPECT_EQ(decoded.height, c.decodedHeight);
+    EXPECT_EQ(decoded.pixels.size(), static_cast<size_t>(c.decodedWidth) * c.decodedHeight * 3);
+    EXPECT_FALSE(decoded.bounded);
+  }
+}
+
+}  // namespace
