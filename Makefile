@@ -2,10 +2,11 @@
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 FUZZ_SECONDS ?= 20
+FUZZ_LONG_SECONDS ?= 600
 PYTHON ?= /usr/bin/python3
 CTEST_FLAGS ?= --output-on-failure -j 2
 
-.PHONY: all deps build test test-normal test-asan fuzz bench demo clean python test-python
+.PHONY: all deps build test test-normal test-asan fuzz fuzz-long bench demo clean python test-python
 
 all: build
 
@@ -45,6 +46,13 @@ test-python: python
 
 fuzz: test-asan
 	scripts/run-fuzzers.sh $(ASAN_BUILD) $(FUZZ_SECONDS)
+
+# Longer fuzzing on demand: every target FUZZ_LONG_SECONDS on its corpus (FUZZERS="a_fuzzer
+# b_fuzzer" picks some). Inputs that add coverage are minimised into fuzz/corpus/, to commit;
+# a faulting input is kept in $(ASAN_BUILD)/fuzz-faults/.
+fuzz-long: deps $(ASAN_BUILD)/build.ninja
+	cmake --build $(ASAN_BUILD)
+	scripts/run-fuzzers.sh --keep $(ASAN_BUILD) $(FUZZ_LONG_SECONDS) $(FUZZERS)
 
 test: test-normal test-python test-asan fuzz
 
