@@ -2,7 +2,8 @@
 
 #include <cstddef>
 
-#include "vexl/ByteOrder.h"
+#include "imaging/PixelConstants.h"
+#include "imaging/VectorKernels.h"
 
 SwapChannelsFn swapChannels = nullptr;
 RgbToGrayFn rgbToGray = nullptr;
@@ -13,62 +14,54 @@ ResizeFn resize1 = nullptr;
 
 namespace {
 
-// One implementation per slot; a column is usable when it has all of them.
-struct Column {
-  SwapChannelsFn swapChannels;
-  RgbToGrayFn rgbToGray;
-  RgbToHsvFn rgbToHsv;
-  HistogramEvenFn histogramEven;
-  ResizeFn resize3;
-  ResizeFn resize1;
-};
+void fill(const SImagingColumn& c) {
+  swapChannels = c.swapChannels;
+  rgbToGray = c.rgbToGray;
+  rgbToHsv = c.rgbToHsv;
+  histogramEven = c.histogramEven;
+  resize3 = c.resize3;
+  resize1 = c.resize1;
+}
 
-// Columns in the order they are tried. A vectorised column goes in front of the portable one.
-const Column kColumns[] = {
-    {swapChannelsGeneric, rgbToGrayGeneric, rgbToHsvGeneric, histogramEvenGeneric, resize3Generic,
-     resize1Generic},
-};
-
-bool complete(const Column& c) {
+bool complete(const SImagingColumn& c) {
   return c.swapChannels && c.rgbToGray && c.rgbToHsv && c.histogramEven && c.resize3 && c.resize1;
 }
 
-// Fills the slots from the first complete column; 0 on success.
+// Fills the slots from the first complete column, the vectorised one first; 0 on success.
 int fillSlots() {
-  for (const Column& c : kColumns) {
-    if (!complete(c)) continue;
-    swapChannels = c.swapChannels;
-    rgbToGray = c.rgbToGray;
-    rgbToHsv = c.rgbToHsv;
-    histogramEven = c.histogramEven;
-    resize3 = c.resize3;
-    resize1 = c.resize1;
+  const SImagingColumn* vector = vectorColumn();
+  const SImagingColumn* const order[] = {vector ? vector : &kGenericColumn, &kGenericColumn};
+  for (const SImagingColumn* c : order) {
+    if (!complete(*c)) continue;
+    fill(*c);
     return 0;
   }
   return -1;
 }
 
-// Checks, then convert(srcPixel, dstPixel) for every pixel of the region; the source has 3
-// bytes per pixel and the target DstChannels.
+using LineKernel = int (*)(const unsigned char* src, unsigned char* dst, int width);
+
+// Checks, then for every line of the region: `vector` (when there is one) converts the
+// leading pixels, convert(srcPixel, dstPixel) the rest. The source has 3 bytes per pixel and
+// the target DstChannels.
 template <int DstChannels, typename Convert>
 int convertPixels(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep, int width,
-                  int height, Convert convert) {
+                  int height, LineKernel vector, Convert convert) {
   if (src == nullptr || dst == nullptr) return kStsNullPtrErr;
   if (width < 1 || height < 1) return kStsSizeErr;
   if (srcStep < 1 || dstStep < 1) return kStsStepErr;
   for (int y = 0; y < height; ++y) {
     const unsigned char* s = src + static_cast<ptrdiff_t>(y) * srcStep;
     unsigned char* d = dst + static_cast<ptrdiff_t>(y) * dstStep;
-    for (int x = 0; x < width; ++x, s += 3, d += DstChannels) convert(s, d);
+    const int done = vector ? vector(s, d, width) : 0;
+    s += 3 * done;
+    d += DstChannels * done;
+    for (int x = done; x < width; ++x, s += 3, d += DstChannels) convert(s, d);
   }
   return kStsNoErr;
 }
 
 int clampLevel(int level) { return level < 0 ? 0 : (level > 256 ? 256 : level); }
-
-// Float constants of the colour conversion, given by bit pattern and used widened to double.
-const double kHsvHalf = floatFromBits(0x3EFFFFDE);   // 0.4999989867
-const double kHsvSixth = floatFromBits(0x3E2AAAAB);  // 0.1666666716
 
 }  // namespace
 
@@ -79,7 +72,10 @@ int selectProcessor() {
   return status;
 }
 
-int swapChannelsGeneric(unsigned char* data, int step, int width, int height, const int order[3]) {
+namespace {
+
+int swapChannelsWith(const SVectorKernels* kernels, unsigned char* data, int step, int width,
+                     int height, const int order[3]) {
   if (data == nullptr || order == nullptr) return kStsNullPtrErr;
   if (width < 1 || height < 1) return kStsSizeErr;
   if (step < 1) return kStsStepErr;
@@ -88,7 +84,9 @@ int swapChannelsGeneric(unsigned char* data, int step, int width, int height, co
   }
   for (int y = 0; y < height; ++y) {
     unsigned char* p = data + static_cast<ptrdiff_t>(y) * step;
-    for (int x = 0; x < width; ++x, p += 3) {
+    const int done = kernels ? kernels->swapLine(p, width, order) : 0;
+    p += 3 * done;
+    for (int x = done; x < width; ++x, p += 3) {
       const unsigned char old[3] = {p[0], p[1], p[2]};
       p[0] = old[order[0]];
       p[1] = old[order[1]];
@@ -100,47 +98,90 @@ int swapChannelsGeneric(unsigned char* data, int step, int width, int height, co
 
 // gray = (1225 r + 2404 g + 467 b) >> 12 in integers, no rounding term; the weights sum to
 // 4096, so white stays 255.
-int rgbToGrayGeneric(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep,
-                     int width, int height) {
-  return convertPixels<1>(
-      src, srcStep, dst, dstStep, width, height, [](const unsigned char* s, unsigned char* d) {
-        d[0] = static_cast<unsigned char>((1225 * s[0] + 2404 * s[1] + 467 * s[2]) >> 12);
-      });
+void grayPixel(const unsigned char* s, unsigned char* d) {
+  d[0] = static_cast<unsigned char>((1225 * s[0] + 2404 * s[1] + 467 * s[2]) >> 12);
 }
 
 // V = max(r, g, b), m = min; V == 0 or V == m gives H = S = 0. Otherwise, with d = V - m, in
 // double: S = trunc(255 * (d / V) + half); rc, gc, bc = (V - channel) * (1 / d);
 // h = bc - gc if r == V, then 2 + rc - bc if g == V, then 4 - rc + gc if b == V (the later
 // rule wins a tie); x = h * 255 * sixth, plus 255 if negative; H = trunc(x + half). The circle
-// maps onto 0..255, not 0..256. half and sixth are the float constants above.
+// maps onto 0..255, not 0..256. half and sixth are the float constants of PixelConstants.h.
+void hsvPixel(const unsigned char* s, unsigned char* d) {
+  const int r = s[0], g = s[1], b = s[2];
+  const int v = r > g ? (r > b ? r : b) : (g > b ? g : b);
+  const int m = r < g ? (r < b ? r : b) : (g < b ? g : b);
+  int hue = 0;
+  int sat = 0;
+  if (v != 0 && v != m) {
+    const int diff = v - m;
+    sat = static_cast<int>(255.0 * (static_cast<double>(diff) / v) + kHsvHalf);
+    const double inv = 1.0 / diff;
+    const double rc = (v - r) * inv;
+    const double gc = (v - g) * inv;
+    const double bc = (v - b) * inv;
+    double h = 0.0;
+    if (r == v) h = bc - gc;
+    if (g == v) h = 2.0 + rc - bc;
+    if (b == v) h = 4.0 - rc + gc;
+    double angle = h * 255.0 * kHsvSixth;
+    if (angle < 0.0) angle = angle + 255.0;
+    hue = static_cast<int>(angle + kHsvHalf);
+  }
+  d[0] = static_cast<unsigned char>(hue);
+  d[1] = static_cast<unsigned char>(sat);
+  d[2] = static_cast<unsigned char>(v);
+}
+
+}  // namespace
+
+const SImagingColumn kGenericColumn = {"generic",        swapChannelsGeneric, rgbToGrayGeneric,
+                                       rgbToHsvGeneric,  histogramEvenGeneric, resize3Generic,
+                                       resize1Generic};
+
+const SImagingColumn* vectorColumn() {
+  // The histogram counts bytes into tables, which vectors do not speed up: both columns share
+  // its scalar code.
+  static const SImagingColumn avx2 = {"avx2",         swapChannelsVector,   rgbToGrayVector,
+                                      rgbToHsvVector, histogramEvenGeneric, resize3Vector,
+                                      resize1Vector};
+#if defined(__x86_64__) || defined(__i386__)
+  // The check covers the processor and the operating system's saving of the wide registers.
+  if (avx2Kernels() != nullptr && __builtin_cpu_supports("avx2")) return &avx2;
+#endif
+  return nullptr;
+}
+
+void useColumn(const SImagingColumn& column) { fill(column); }
+
+int swapChannelsGeneric(unsigned char* data, int step, int width, int height, const int order[3]) {
+  return swapChannelsWith(nullptr, data, step, width, height, order);
+}
+
+int swapChannelsVector(unsigned char* data, int step, int width, int height, const int order[3]) {
+  return swapChannelsWith(avx2Kernels(), data, step, width, height, order);
+}
+
+int rgbToGrayGeneric(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep,
+                     int width, int height) {
+  return convertPixels<1>(src, srcStep, dst, dstStep, width, height, nullptr, grayPixel);
+}
+
+int rgbToGrayVector(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep,
+                    int width, int height) {
+  return convertPixels<1>(src, srcStep, dst, dstStep, width, height, avx2Kernels()->grayLine,
+                          grayPixel);
+}
+
 int rgbToHsvGeneric(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep,
                     int width, int height) {
-  return convertPixels<3>(
-      src, srcStep, dst, dstStep, width, height, [](const unsigned char* s, unsigned char* d) {
-        const int r = s[0], g = s[1], b = s[2];
-        const int v = r > g ? (r > b ? r : b) : (g > b ? g : b);
-        const int m = r < g ? (r < b ? r : b) : (g < b ? g : b);
-        int hue = 0;
-        int sat = 0;
-        if (v != 0 && v != m) {
-          const int diff = v - m;
-          sat = static_cast<int>(255.0 * (static_cast<double>(diff) / v) + kHsvHalf);
-          const double inv = 1.0 / diff;
-          const double rc = (v - r) * inv;
-          const double gc = (v - g) * inv;
-          const double bc = (v - b) * inv;
-          double h = 0.0;
-          if (r == v) h = bc - gc;
-          if (g == v) h = 2.0 + rc - bc;
-          if (b == v) h = 4.0 - rc + gc;
-          double angle = h * 255.0 * kHsvSixth;
-          if (angle < 0.0) angle = angle + 255.0;
-          hue = static_cast<int>(angle + kHsvHalf);
-        }
-        d[0] = static_cast<unsigned char>(hue);
-        d[1] = static_cast<unsigned char>(sat);
-        d[2] = static_cast<unsigned char>(v);
-      });
+  return convertPixels<3>(src, srcStep, dst, dstStep, width, height, nullptr, hsvPixel);
+}
+
+int rgbToHsvVector(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep,
+                   int width, int height) {
+  return convertPixels<3>(src, srcStep, dst, dstStep, width, height, avx2Kernels()->hsvLine,
+                          hsvPixel);
 }
 
 // Levels: span = upper - lower, q = span / (n - 1), r = span % (n - 1); level 0 is lower and

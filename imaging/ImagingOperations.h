@@ -7,8 +7,8 @@
 // sizes).
 //
 // Callers go through the slots only. selectProcessor fills them from the first complete
-// column of implementations; this build has the portable scalar column alone. A faster column
-// may be put in front of it, on the contract that every operation gives the same bits.
+// column of implementations: the vectorised column when the processor has AVX2, else the
+// portable scalar column. Both give the same bits for every operation and every input.
 //
 // REQUIRES: selectProcessor has returned before the first call through a slot.
 #ifndef ORVANE_IMAGING_IMAGINGOPERATIONS_H_
@@ -63,12 +63,40 @@ extern ResizeFn resize1;
 // failure cannot occur while the portable column exists.
 int selectProcessor();
 
-// The portable column, one function per slot. Resize lives in Resize.cpp.
+// A column: one implementation per call slot.
+struct SImagingColumn {
+  const char* name;
+  SwapChannelsFn swapChannels;
+  RgbToGrayFn rgbToGray;
+  RgbToHsvFn rgbToHsv;
+  HistogramEvenFn histogramEven;
+  ResizeFn resize3;
+  ResizeFn resize1;
+};
+
+// The portable column, complete on every processor.
+extern const SImagingColumn kGenericColumn;
+
+// The vectorised column, or nullptr when this processor or build cannot run it.
+const SImagingColumn* vectorColumn();
+
+// Fills the call slots from `column`, whatever selectProcessor chose: for tests that compare
+// the columns. Hosts cannot reach it; only the classes of the exported header leave the
+// library.
+// REQUIRES: no operation runs meanwhile.
+void useColumn(const SImagingColumn& column);
+
+// The two columns, one function per slot. Resize lives in Resize.cpp.
 int swapChannelsGeneric(unsigned char* data, int step, int width, int height, const int order[3]);
+int swapChannelsVector(unsigned char* data, int step, int width, int height, const int order[3]);
 int rgbToGrayGeneric(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep,
                      int width, int height);
+int rgbToGrayVector(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep,
+                    int width, int height);
 int rgbToHsvGeneric(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep,
                     int width, int height);
+int rgbToHsvVector(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep,
+                   int width, int height);
 int histogramEvenGeneric(const unsigned char* src, int srcStep, int width, int height,
                          int* const hist[3], int* const levels[3], const int levelCount[3],
                          const int lower[3], const int upper[3]);
@@ -78,5 +106,11 @@ int resize3Generic(const unsigned char* src, int srcWidth, int srcHeight, int sr
 int resize1Generic(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int x, int y,
                    int width, int height, unsigned char* dst, int dstStep, int dstWidth,
                    int dstHeight, double xFactor, double yFactor, int interpolation);
+int resize3Vector(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int x, int y,
+                  int width, int height, unsigned char* dst, int dstStep, int dstWidth,
+                  int dstHeight, double xFactor, double yFactor, int interpolation);
+int resize1Vector(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int x, int y,
+                  int width, int height, unsigned char* dst, int dstStep, int dstWidth,
+                  int dstHeight, double xFactor, double yFactor, int interpolation);
 
 #endif  // ORVANE_IMAGING_IMAGINGOPERATIONS_H_

@@ -8,18 +8,13 @@
 #include <new>
 
 #include "imaging/ImagingOperations.h"
-#include "vexl/ByteOrder.h"
+#include "imaging/VectorKernels.h"
+#include "imaging/PixelConstants.h"
 #include "vexl/Truncate.h"
 
 namespace {
 
 enum class Method { kNearest, kLinear, kCubic };
-
-// 0.33333334, the float constant of the cubic's third difference, used widened to double.
-const double kThird = floatFromBits(0x3EAAAAAB);
-
-// Guards exact values against truncating a step short.
-constexpr double kGuard = 1e-7;
 
 // Source pixels per target pixel along one axis. With scaled = size * factor: 0 when scaled
 // is at most 1, else (size - 1) * (1 / (scaled - 1)), which aligns the corners. Nearest
@@ -85,18 +80,19 @@ CubicWeights cubicWeights(float t) {
   return {a, b, (t - 1.0) * b * kThird};
 }
 
+// Horizontal cubic pass of output pixels [from, outWidth); the weights are per sample.
 template <int C>
-void cubicRow(const unsigned char* row, const int* xIndex, const CubicWeights* w, int outWidth,
-              float* out) {
-  for (int x = 0; x < outWidth; ++x) {
+void cubicRow(const unsigned char* row, const int* xIndex, const double* wa, const double* wb,
+              const double* wc, int from, int outWidth, float* out) {
+  for (int x = from; x < outWidth; ++x) {
     const unsigned char* p = row + static_cast<ptrdiff_t>(xIndex[x] - 1) * C;
-    const CubicWeights wx = w[x];
     for (int k = 0; k < C; ++k) {
+      const int e = x * C + k;
       const int p0 = p[k], p1 = p[k + C], p2 = p[k + 2 * C], p3 = p[k + 3 * C];
       const int d1 = p1 - p0;
       const int d2 = (p2 - p1) - d1;
       const int d3 = p1 - 2 * p2 + p3 - d2;
-      out[x * C + k] = static_cast<float>(p0 + d3 * wx.c + d2 * wx.b + d1 * wx.a);
+      out[e] = static_cast<float>(p0 + d3 * wc[e] + d2 * wb[e] + d1 * wa[e]);
     }
   }
 }
@@ -120,12 +116,11 @@ unsigned char toByte(double v) {
   return static_cast<unsigned char>(i < 0 ? 0 : (i > 255 ? 255 : i));
 }
 
-// Vertical cubic pass over n floats of four stored lines; c is rounded to a float here.
-void cubicColumns(const float* const* lines, int n, float t, unsigned char* dst) {
-  const CubicWeights wide = cubicWeights(t);
-  const double a = wide.a, b = wide.b, c = static_cast<float>(wide.c);
+// Vertical cubic pass over the floats [from, n) of four stored lines.
+void cubicColumns(const float* const* lines, int from, int n, double a, double b, double c,
+                  unsigned char* dst) {
   const float *l0 = lines[0], *l1 = lines[1], *l2 = lines[2], *l3 = lines[3];
-  for (int j = 0; j < n; ++j) {
+  for (int j = from; j < n; ++j) {
     const double p0 = l0[j], p1 = l1[j], p2 = l2[j], p3 = l3[j];
     const double d1 = p1 - p0;
     const double d2 = (p2 - p1) - d1;
@@ -155,28 +150,61 @@ void nearestResize(const unsigned char* src, int srcStep, const int* xIndex, con
   }
 }
 
-// Working memory of one resize: a coordinate table per axis, the cubic's horizontal weights
-// and four rotating line buffers of outWidth * C floats.
+// Working memory of one resize, in one block: a coordinate table per axis, the horizontal
+// cubic weights per output sample, and four rotating line buffers of outWidth * C floats.
 struct Workspace {
-  std::unique_ptr<int[]> xIndex, yIndex;
-  std::unique_ptr<float[]> xFrac, yFrac, lines;
-  std::unique_ptr<CubicWeights[]> xWeights;
+  std::unique_ptr<double[]> block;
+  double *wa, *wb, *wc;
+  float *xFrac, *yFrac, *lines;
+  int *xIndex, *yIndex;
 
   bool allocate(int outWidth, int outHeight, int channels) {
-    xIndex.reset(new (std::nothrow) int[outWidth]);
-    yIndex.reset(new (std::nothrow) int[outHeight]);
-    xFrac.reset(new (std::nothrow) float[outWidth]);
-    yFrac.reset(new (std::nothrow) float[outHeight]);
-    lines.reset(new (std::nothrow) float[4 * static_cast<size_t>(outWidth) * channels]);
-    xWeights.reset(new (std::nothrow) CubicWeights[outWidth]);
-    return xIndex && yIndex && xFrac && yFrac && lines && xWeights;
+    const size_t samples = static_cast<size_t>(outWidth) * channels;
+    // Doubles first, then floats and ints, each part a whole number of doubles.
+    const size_t floats = 4 * samples + outWidth + outHeight;
+    const size_t ints = static_cast<size_t>(outWidth) + outHeight;
+    block.reset(new (std::nothrow) double[3 * samples + (floats + 1) / 2 + (ints + 1) / 2]);
+    if (!block) return false;
+    wa = block.get();
+    wb = wa + samples;
+    wc = wb + samples;
+    lines = reinterpret_cast<float*>(wc + samples);
+    xFrac = lines + 4 * samples;
+    yFrac = xFrac + outWidth;
+    xIndex = reinterpret_cast<int*>(reinterpret_cast<double*>(lines) + (floats + 1) / 2);
+    yIndex = xIndex + outWidth;
+    return true;
   }
 };
+
+// The horizontal cubic pass of one source line: the column's kernel takes the leading pixels
+// when there is one, the scalar code the rest.
+template <int C>
+void horizontalCubic(const unsigned char* row, const unsigned char* next, int srcWidth,
+                     const Workspace& ws, int outWidth, const SVectorKernels* kernels,
+                     float* out) {
+  int done = 0;
+  if (kernels) {
+    done = (C == 3 ? kernels->cubicRow3 : kernels->cubicRow1)(
+        row, next, srcWidth * C, ws.xIndex, ws.wa, ws.wb, ws.wc, outWidth, out);
+  }
+  cubicRow<C>(row, ws.xIndex, ws.wa, ws.wb, ws.wc, done, outWidth, out);
+}
+
+// The source line interpolated after `line`, or -1: lines are computed in rising order as the
+// y table reaches them, each window of `count` lines starting at yIndex[y] + first.
+int lineAfter(const int* yIndex, int outHeight, int y, int line, int first, int count) {
+  for (; y < outHeight; ++y) {
+    const int low = yIndex[y] + first;
+    if (low + count - 1 > line) return low > line ? low : line + 1;
+  }
+  return -1;
+}
 
 template <int C>
 int resizeC(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int rx, int ry,
             int rw, int rh, unsigned char* dst, int dstStep, int dstWidth, int dstHeight,
-            double xFactor, double yFactor, int interpolation) {
+            double xFactor, double yFactor, int interpolation, const SVectorKernels* kernels) {
   if (src == nullptr || dst == nullptr) return kStsNullPtrErr;
   if (srcWidth < 1 || srcHeight < 1) return kStsSizeErr;
   if (srcStep < 1 || dstStep < 1) return kStsStepErr;
@@ -208,18 +236,24 @@ int resizeC(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, 
 
   Workspace ws;
   if (!ws.allocate(outWidth, outHeight, C)) return kStsMemAllocErr;
-  buildAxis(rx, rw, srcWidth, xFactor, outWidth, method, ws.xIndex.get(), ws.xFrac.get());
-  buildAxis(ry, rh, srcHeight, yFactor, outHeight, method, ws.yIndex.get(), ws.yFrac.get());
+  buildAxis(rx, rw, srcWidth, xFactor, outWidth, method, ws.xIndex, ws.xFrac);
+  buildAxis(ry, rh, srcHeight, yFactor, outHeight, method, ws.yIndex, ws.yFrac);
 
   if (method == Method::kNearest) {
-    nearestResize<C>(src, srcStep, ws.xIndex.get(), ws.yIndex.get(), outWidth, outHeight, dst,
-                     dstStep);
+    nearestResize<C>(src, srcStep, ws.xIndex, ws.yIndex, outWidth, outHeight, dst, dstStep);
     return kStsNoErr;
   }
 
   const bool cubic = method == Method::kCubic;
   if (cubic) {
-    for (int x = 0; x < outWidth; ++x) ws.xWeights[x] = cubicWeights(ws.xFrac[x]);
+    for (int x = 0; x < outWidth; ++x) {
+      const CubicWeights w = cubicWeights(ws.xFrac[x]);
+      for (int k = 0; k < C; ++k) {
+        ws.wa[x * C + k] = w.a;
+        ws.wb[x * C + k] = w.b;
+        ws.wc[x * C + k] = w.c;
+      }
+    }
   }
   // Source line l lives in buffer l % 4 and is interpolated when the y table first reaches
   // it; the table never goes back, so each line is computed at most once.
@@ -231,13 +265,15 @@ int resizeC(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, 
   for (int y = 0; y < outHeight; ++y) {
     for (int n = 0; n < count; ++n) {
       const int line = ws.yIndex[y] + first + n;
-      float* buffer = ws.lines.get() + static_cast<ptrdiff_t>(line & 3) * lineFloats;
+      float* buffer = ws.lines + static_cast<ptrdiff_t>(line & 3) * lineFloats;
       if (held[line & 3] != line) {
         const unsigned char* row = src + static_cast<ptrdiff_t>(line) * srcStep;
         if (cubic) {
-          cubicRow<C>(row, ws.xIndex.get(), ws.xWeights.get(), outWidth, buffer);
+          const int next = kernels ? lineAfter(ws.yIndex, outHeight, y, line, first, count) : -1;
+          horizontalCubic<C>(row, next < 0 ? nullptr : src + static_cast<ptrdiff_t>(next) * srcStep,
+                             srcWidth, ws, outWidth, kernels, buffer);
         } else {
-          linearRow<C>(row, ws.xIndex.get(), ws.xFrac.get(), outWidth, buffer);
+          linearRow<C>(row, ws.xIndex, ws.xFrac, outWidth, buffer);
         }
         held[line & 3] = line;
       }
@@ -245,7 +281,11 @@ int resizeC(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, 
     }
     unsigned char* out = dst + static_cast<ptrdiff_t>(y) * dstStep;
     if (cubic) {
-      cubicColumns(lines, lineFloats, ws.yFrac[y], out);
+      // The vertical pass rounds c to a float.
+      const CubicWeights w = cubicWeights(ws.yFrac[y]);
+      const double c = static_cast<float>(w.c);
+      const int done = kernels ? kernels->cubicColumns(lines, lineFloats, w.a, w.b, c, out) : 0;
+      cubicColumns(lines, done, lineFloats, w.a, w.b, c, out);
     } else {
       linearColumns(lines, lineFloats, ws.yFrac[y], out);
     }
@@ -259,12 +299,26 @@ int resize3Generic(const unsigned char* src, int srcWidth, int srcHeight, int sr
                    int width, int height, unsigned char* dst, int dstStep, int dstWidth,
                    int dstHeight, double xFactor, double yFactor, int interpolation) {
   return resizeC<3>(src, srcWidth, srcHeight, srcStep, x, y, width, height, dst, dstStep, dstWidth,
-                    dstHeight, xFactor, yFactor, interpolation);
+                    dstHeight, xFactor, yFactor, interpolation, nullptr);
 }
 
 int resize1Generic(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int x, int y,
                    int width, int height, unsigned char* dst, int dstStep, int dstWidth,
                    int dstHeight, double xFactor, double yFactor, int interpolation) {
   return resizeC<1>(src, srcWidth, srcHeight, srcStep, x, y, width, height, dst, dstStep, dstWidth,
-                    dstHeight, xFactor, yFactor, interpolation);
+                    dstHeight, xFactor, yFactor, interpolation, nullptr);
+}
+
+int resize3Vector(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int x, int y,
+                  int width, int height, unsigned char* dst, int dstStep, int dstWidth,
+                  int dstHeight, double xFactor, double yFactor, int interpolation) {
+  return resizeC<3>(src, srcWidth, srcHeight, srcStep, x, y, width, height, dst, dstStep, dstWidth,
+                    dstHeight, xFactor, yFactor, interpolation, avx2Kernels());
+}
+
+int resize1Vector(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int x, int y,
+                  int width, int height, unsigned char* dst, int dstStep, int dstWidth,
+                  int dstHeight, double xFactor, double yFactor, int interpolation) {
+  return resizeC<1>(src, srcWidth, srcHeight, srcStep, x, y, width, height, dst, dstStep, dstWidth,
+                    dstHeight, xFactor, yFactor, interpolation, avx2Kernels());
 }

@@ -21,12 +21,18 @@ TEST_F(ImagingOperations, RgbToGrayWeightsWithoutRounding) {
   } cases[] = {
       {{255, 255, 255}, 255}, {{1, 1, 1}, 1},     {{0, 0, 1}, 0},     {{0, 0, 255}, 29},
       {{255, 0, 0}, 76},      {{0, 255, 0}, 149}, {{10, 20, 30}, 18},
+      // Sums that sit on a step: any weight one lower drops 154 to 153, any weight one
+      // higher lifts 35 to 36.
+      {{2, 213, 249}, 154},   {{3, 33, 138}, 35},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(::testing::PrintToString(c.rgb));
-    unsigned char gray = 99;
-    ASSERT_EQ(rgbToGray(c.rgb.data(), 3, &gray, 1, 1, 1), kStsNoErr);
-    EXPECT_EQ(gray, c.gray);
+    // Nine pixels: a vector's worth and one more.
+    std::vector<unsigned char> line;
+    for (int i = 0; i < 9; ++i) line.insert(line.end(), c.rgb.begin(), c.rgb.end());
+    std::vector<unsigned char> gray(9, 99);
+    ASSERT_EQ(rgbToGray(line.data(), 27, gray.data(), 9, 9, 1), kStsNoErr);
+    EXPECT_EQ(gray, std::vector<unsigned char>(9, static_cast<unsigned char>(c.gray)));
   }
 }
 

@@ -1,0 +1,267 @@
+#include "imaging/VectorKernels.h"
+
+#if defined(__x86_64__) || defined(__i386__)
+
+#include <immintrin.h>
+
+#include <cstdint>
+#include <cstring>
+
+#include "imaging/PixelConstants.h"
+
+// Every function here that touches a vector carries the target itself; nothing else of the
+// library is built for AVX2.
+#define ORVANE_AVX2 __attribute__((target("avx2")))
+
+namespace {
+
+// r, g, b of 8 pixels (24 bytes) as eight 32-bit lanes each. Pixels 0..3 come from bytes 0..11
+// and pixels 4..7 from bytes 12..23, read as bytes 8..23, so nothing past the 24 bytes is read.
+ORVANE_AVX2 inline void loadRgb8(const unsigned char* s, __m256i& r, __m256i& g, __m256i& b) {
+  const __m256i bytes = _mm256_inserti128_si256(
+      _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s))),
+      _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 8)), 1);
+  const __m256i red = _mm256_setr_epi8(0, -1, -1, -1, 3, -1, -1, -1, 6, -1, -1, -1, 9, -1, -1, -1,
+                                       4, -1, -1, -1, 7, -1, -1, -1, 10, -1, -1, -1, 13, -1, -1, -1);
+  const __m256i one = _mm256_set1_epi32(1);
+  r = _mm256_shuffle_epi8(bytes, red);
+  g = _mm256_shuffle_epi8(bytes, _mm256_add_epi8(red, one));
+  b = _mm256_shuffle_epi8(bytes, _mm256_add_epi8(red, _mm256_add_epi32(one, one)));
+}
+
+// Four or eight 32-bit lanes of one half as doubles.
+ORVANE_AVX2 inline __m256d lowAsDouble(__m256i v) {
+  return _mm256_cvtepi32_pd(_mm256_castsi256_si128(v));
+}
+ORVANE_AVX2 inline __m256d highAsDouble(__m256i v) {
+  return _mm256_cvtepi32_pd(_mm256_extracti128_si256(v, 1));
+}
+
+// Eight 32-bit lanes, each 0..255 or beyond, saturated into 0..255 and stored as 8 bytes.
+ORVANE_AVX2 inline void storeBytes8(__m128i low, __m128i high, unsigned char* dst) {
+  const __m128i words = _mm_packs_epi32(low, high);
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(dst), _mm_packus_epi16(words, words));
+}
+
+// Five pixels per 16 bytes; the sixteenth byte is written back unchanged.
+ORVANE_AVX2 int swapLine(unsigned char* line, int width, const int order[3]) {
+  alignas(16) char mask[16];
+  for (int p = 0; p < 5; ++p) {
+    for (int k = 0; k < 3; ++k) mask[p * 3 + k] = static_cast<char>(p * 3 + order[k]);
+  }
+  mask[15] = 15;
+  const __m128i m = _mm_load_si128(reinterpret_cast<const __m128i*>(mask));
+  int x = 0;
+  for (; x + 6 <= width; x += 5) {
+    __m128i* p = reinterpret_cast<__m128i*>(line + 3 * x);
+    _mm_storeu_si128(p, _mm_shuffle_epi8(_mm_loadu_si128(p), m));
+  }
+  return x;
+}
+
+// gray = (1225 r + 2404 g + 467 b) >> 12, exact in 32-bit lanes.
+ORVANE_AVX2 int grayLine(const unsigned char* src, unsigned char* dst, int width) {
+  const __m256i wr = _mm256_set1_epi32(1225), wg = _mm256_set1_epi32(2404),
+                wb = _mm256_set1_epi32(467);
+  int x = 0;
+  for (; x + 8 <= width; x += 8) {
+    __m256i r, g, b;
+    loadRgb8(src + 3 * x, r, g, b);
+    const __m256i sum = _mm256_add_epi32(
+        _mm256_add_epi32(_mm256_mullo_epi32(r, wr), _mm256_mullo_epi32(g, wg)),
+        _mm256_mullo_epi32(b, wb));
+    const __m256i gray = _mm256_srli_epi32(sum, 12);
+    storeBytes8(_mm256_castsi256_si128(gray), _mm256_extracti128_si256(gray, 1), dst + x);
+  }
+  return x;
+}
+
+// Hue and saturation of four pixels, as in the scalar code: with d = V - m and, in double,
+// S = trunc(255 (d / V) + half); rc, gc, bc = (V - channel) * (1 / d); h from the rule of the
+// last channel equal to V (r, then g, then b); x = h * 255 * sixth, plus 255 if negative;
+// H = trunc(x + half). Lanes without colour get d = V = 1 here and are cleared by the caller.
+ORVANE_AVX2 inline void hueSat4(__m256d diff, __m256d v, __m256d vr, __m256d vg, __m256d vb,
+                                __m256d isG, __m256d isB, __m128i& hue, __m128i& sat) {
+  const __m256d k255 = _mm256_set1_pd(255.0);
+  const __m256d half = _mm256_set1_pd(kHsvHalf);
+  sat = _mm256_cvttpd_epi32(_mm256_add_pd(_mm256_mul_pd(k255, _mm256_div_pd(diff, v)), half));
+  const __m256d inv = _mm256_div_pd(_mm256_set1_pd(1.0), diff);
+  const __m256d rc = _mm256_mul_pd(vr, inv);
+  const __m256d gc = _mm256_mul_pd(vg, inv);
+  const __m256d bc = _mm256_mul_pd(vb, inv);
+  __m256d h = _mm256_sub_pd(bc, gc);
+  h = _mm256_blendv_pd(h, _mm256_sub_pd(_mm256_add_pd(_mm256_set1_pd(2.0), rc), bc), isG);
+  h = _mm256_blendv_pd(h, _mm256_add_pd(_mm256_sub_pd(_mm256_set1_pd(4.0), rc), gc), isB);
+  __m256d angle = _mm256_mul_pd(_mm256_mul_pd(h, k255), _mm256_set1_pd(kHsvSixth));
+  const __m256d negative = _mm256_cmp_pd(angle, _mm256_setzero_pd(), _CMP_LT_OQ);
+  angle = _mm256_blendv_pd(angle, _mm256_add_pd(angle, k255), negative);
+  hue = _mm256_cvttpd_epi32(_mm256_add_pd(angle, half));
+}
+
+ORVANE_AVX2 inline __m256d lowMask(__m256i mask) {
+  return _mm256_castsi256_pd(_mm256_cvtepi32_epi64(_mm256_castsi256_si128(mask)));
+}
+ORVANE_AVX2 inline __m256d highMask(__m256i mask) {
+  return _mm256_castsi256_pd(_mm256_cvtepi32_epi64(_mm256_extracti128_si256(mask, 1)));
+}
+
+ORVANE_AVX2 int hsvLine(const unsigned char* src, unsigned char* dst, int width) {
+  // Bytes h, s, v of each 32-bit lane, packed into 12 bytes per 128-bit half.
+  const __m256i pack = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1, 0,
+                                        1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
+  const __m256i one = _mm256_set1_epi32(1);
+  int x = 0;
+  for (; x + 8 <= width; x += 8) {
+    __m256i r, g, b;
+    loadRgb8(src + 3 * x, r, g, b);
+    const __m256i v = _mm256_max_epi32(_mm256_max_epi32(r, g), b);
+    const __m256i diff = _mm256_sub_epi32(v, _mm256_min_epi32(_mm256_min_epi32(r, g), b));
+    // V == 0 or V == m: no colour, and d is 0 exactly then.
+    const __m256i grey = _mm256_cmpeq_epi32(diff, _mm256_setzero_si256());
+    const __m256i safeDiff = _mm256_blendv_epi8(diff, one, grey);
+    const __m256i safeV = _mm256_blendv_epi8(v, one, grey);
+    const __m256i vr = _mm256_sub_epi32(v, r), vg = _mm256_sub_epi32(v, g),
+                  vb = _mm256_sub_epi32(v, b);
+    const __m256i isG = _mm256_cmpeq_epi32(g, v), isB = _mm256_cmpeq_epi32(b, v);
+    __m128i hueLow, satLow, hueHigh, satHigh;
+    hueSat4(lowAsDouble(safeDiff), lowAsDouble(safeV), lowAsDouble(vr), lowAsDouble(vg),
+            lowAsDouble(vb), lowMask(isG), lowMask(isB), hueLow, satLow);
+    hueSat4(highAsDouble(safeDiff), highAsDouble(safeV), highAsDouble(vr), highAsDouble(vg),
+            highAsDouble(vb), highMask(isG), highMask(isB), hueHigh, satHigh);
+    const __m256i hue = _mm256_andnot_si256(grey, _mm256_setr_m128i(hueLow, hueHigh));
+    const __m256i sat = _mm256_andnot_si256(grey, _mm256_setr_m128i(satLow, satHigh));
+    const __m256i hsv = _mm256_or_si256(
+        _mm256_or_si256(hue, _mm256_slli_epi32(sat, 8)), _mm256_slli_epi32(v, 16));
+    const __m256i packed = _mm256_shuffle_epi8(hsv, pack);
+    unsigned char* d = dst + 3 * x;
+    // Bytes 12..15 of the first store are garbage that the second overwrites.
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(packed));
+    const __m128i high = _mm256_extracti128_si256(packed, 1);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(d + 12), high);
+    const uint32_t last = static_cast<uint32_t>(_mm_extract_epi32(high, 2));
+    std::memcpy(d + 20, &last, 4);
+  }
+  return x;
+}
+
+// Eight samples of the horizontal cubic from packed 32-bit lanes holding the bytes p0, p1,
+// p2, p3 (lowest first), with the weights of those samples. In integers (exact):
+//   d1 = p1 - p0, d2 = (p2 - p1) - d1, d3 = p1 - 2 p2 + p3 - d2;
+// then, in double and left to right: float(p0 + d3 c + d2 b + d1 a).
+ORVANE_AVX2 inline void cubicSamples8(__m256i packed, const double* wa, const double* wb,
+                                      const double* wc, float* out) {
+  const __m256i byte = _mm256_set1_epi32(255);
+  const __m256i p0 = _mm256_and_si256(packed, byte);
+  const __m256i p1 = _mm256_and_si256(_mm256_srli_epi32(packed, 8), byte);
+  const __m256i p2 = _mm256_and_si256(_mm256_srli_epi32(packed, 16), byte);
+  const __m256i p3 = _mm256_srli_epi32(packed, 24);
+  const __m256i d1 = _mm256_sub_epi32(p1, p0);
+  const __m256i d2 = _mm256_sub_epi32(_mm256_sub_epi32(p2, p1), d1);
+  const __m256i d3 = _mm256_sub_epi32(
+      _mm256_add_epi32(_mm256_sub_epi32(p1, _mm256_add_epi32(p2, p2)), p3), d2);
+  __m128 result[2];
+  for (int h = 0; h < 2; ++h) {
+    const __m256d x0 = h ? highAsDouble(p0) : lowAsDouble(p0);
+    const __m256d x1 = h ? highAsDouble(d1) : lowAsDouble(d1);
+    const __m256d x2 = h ? highAsDouble(d2) : lowAsDouble(d2);
+    const __m256d x3 = h ? highAsDouble(d3) : lowAsDouble(d3);
+    __m256d sum = _mm256_add_pd(x0, _mm256_mul_pd(x3, _mm256_loadu_pd(wc + 4 * h)));
+    sum = _mm256_add_pd(sum, _mm256_mul_pd(x2, _mm256_loadu_pd(wb + 4 * h)));
+    sum = _mm256_add_pd(sum, _mm256_mul_pd(x1, _mm256_loadu_pd(wa + 4 * h)));
+    result[h] = _mm256_cvtpd_ps(sum);
+  }
+  _mm256_storeu_ps(out, _mm256_setr_m128(result[0], result[1]));
+}
+
+// Pixels per batch: their packed samples stay in a small buffer on the stack.
+constexpr int kBatch = 64;
+
+// Three channels: the 16 bytes from the first of the four pixels hold all twelve samples; a
+// shuffle packs the four samples of each channel into one lane. Only pixels whose 16 bytes
+// lie inside the line are taken, in whole groups of 8.
+ORVANE_AVX2 int cubicRow3(const unsigned char* row, const unsigned char* next, int srcBytes,
+                          const int* xIndex, const double* wa, const double* wb,
+                          const double* wc, int outWidth, float* out) {
+  int inside = outWidth;
+  while (inside > 0 && (xIndex[inside - 1] - 1) * 3 + 16 > srcBytes) --inside;
+  const int done = inside / 8 * 8;
+  const __m128i gather =
+      _mm_setr_epi8(0, 3, 6, 9, 1, 4, 7, 10, 2, 5, 8, 11, -1, -1, -1, -1);
+  alignas(32) int32_t packed[3 * kBatch + 4];
+  for (int x0 = 0; x0 < done; x0 += kBatch) {
+    const int count = done - x0 < kBatch ? done - x0 : kBatch;
+    for (int x = 0; x < count; ++x) {
+      const int at = (xIndex[x0 + x] - 1) * 3;
+      if (next) {
+        _mm_prefetch(reinterpret_cast<const char*>(next + at), _MM_HINT_T0);
+        _mm_prefetch(reinterpret_cast<const char*>(next + at + 15), _MM_HINT_T0);
+      }
+      const __m128i window = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + at));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(packed + 3 * x),
+                       _mm_shuffle_epi8(window, gather));
+    }
+    const int e0 = 3 * x0;
+    for (int e = 0; e < 3 * count; e += 8) {
+      cubicSamples8(_mm256_load_si256(reinterpret_cast<const __m256i*>(packed + e)), wa + e0 + e,
+                    wb + e0 + e, wc + e0 + e, out + e0 + e);
+    }
+  }
+  return done;
+}
+
+// One channel: the four samples of a pixel are four consecutive bytes.
+ORVANE_AVX2 int cubicRow1(const unsigned char* row, const unsigned char*, int, const int* xIndex,
+                          const double* wa, const double* wb, const double* wc, int outWidth,
+                          float* out) {
+  const int done = outWidth / 8 * 8;
+  for (int x = 0; x < done; x += 8) {
+    alignas(32) int32_t packed[8];
+    for (int k = 0; k < 8; ++k) std::memcpy(&packed[k], row + xIndex[x + k] - 1, 4);
+    cubicSamples8(_mm256_load_si256(reinterpret_cast<const __m256i*>(packed)), wa + x, wb + x,
+                  wc + x, out + x);
+  }
+  return done;
+}
+
+// Vertical cubic pass, in double and left to right:
+//   d1 = p1 - p0, d2 = (p2 - p1) - d1, d3 = p1 - 2 p2 + p3 - d2,
+//   byte = clamp(trunc(p0 + d3 c + d2 b + d1 a + 1e-7), 0, 255).
+// The two saturating packs are the clamp.
+ORVANE_AVX2 int cubicColumns(const float* const* lines, int n, double a, double b, double c,
+                             unsigned char* dst) {
+  const __m256d wa = _mm256_set1_pd(a), wb = _mm256_set1_pd(b), wc = _mm256_set1_pd(c);
+  const __m256d two = _mm256_set1_pd(2.0), guard = _mm256_set1_pd(kGuard);
+  int j = 0;
+  for (; j + 8 <= n; j += 8) {
+    __m128i bytes[2];
+    for (int h = 0; h < 2; ++h) {
+      const int at = j + 4 * h;
+      const __m256d p0 = _mm256_cvtps_pd(_mm_loadu_ps(lines[0] + at));
+      const __m256d p1 = _mm256_cvtps_pd(_mm_loadu_ps(lines[1] + at));
+      const __m256d p2 = _mm256_cvtps_pd(_mm_loadu_ps(lines[2] + at));
+      const __m256d p3 = _mm256_cvtps_pd(_mm_loadu_ps(lines[3] + at));
+      const __m256d d1 = _mm256_sub_pd(p1, p0);
+      const __m256d d2 = _mm256_sub_pd(_mm256_sub_pd(p2, p1), d1);
+      const __m256d d3 =
+          _mm256_sub_pd(_mm256_add_pd(_mm256_sub_pd(p1, _mm256_mul_pd(two, p2)), p3), d2);
+      __m256d sum = _mm256_add_pd(p0, _mm256_mul_pd(d3, wc));
+      sum = _mm256_add_pd(sum, _mm256_mul_pd(d2, wb));
+      sum = _mm256_add_pd(sum, _mm256_mul_pd(d1, wa));
+      bytes[h] = _mm256_cvttpd_epi32(_mm256_add_pd(sum, guard));
+    }
+    storeBytes8(bytes[0], bytes[1], dst + j);
+  }
+  return j;
+}
+
+const SVectorKernels kAvx2 = {swapLine, grayLine, hsvLine, cubicRow3, cubicRow1, cubicColumns};
+
+}  // namespace
+
+const SVectorKernels* avx2Kernels() { return &kAvx2; }
+
+#else
+
+const SVectorKernels* avx2Kernels() { return nullptr; }
+
+#endif

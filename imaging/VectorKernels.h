@@ -1,0 +1,41 @@
+// The inner loops of the vectorised imaging column, for processors with AVX2.
+//
+// Each kernel does the leading part of one line that whole vectors cover and returns where it
+// stopped; the scalar code of the portable column finishes the line. Lanes are independent
+// pixels (or samples), each computed with the scalar code's operations in the scalar code's
+// order: integer steps are exact, and every double step rounds exactly as the scalar one (no
+// fused multiply-add, no reassociation), so both columns give the same bits.
+//
+// Only this header's kernels use instructions beyond baseline x86-64; they carry their target
+// on each function, so the rest of the library runs on any x86-64 processor.
+// REQUIRES: the processor supports AVX2 (ImagingOperations checks before it uses them).
+#ifndef ORVANE_IMAGING_VECTORKERNELS_H_
+#define ORVANE_IMAGING_VECTORKERNELS_H_
+
+struct SVectorKernels {
+  // Pixels [0, returned) of one 3-channel line: new[k] = old[order[k]].
+  int (*swapLine)(unsigned char* line, int width, const int order[3]);
+  // Pixels [0, returned) of one line: r, g, b bytes to gray, or to h, s, v bytes.
+  int (*grayLine)(const unsigned char* src, unsigned char* dst, int width);
+  int (*hsvLine)(const unsigned char* src, unsigned char* dst, int width);
+  // Horizontal cubic pass of one source line with 3 or 1 channels: output pixels
+  // [0, returned) of out, each from the four samples at xIndex[x] - 1 .. xIndex[x] + 2 with
+  // the weights wa, wb, wc of its samples (one entry per output sample, pixel-major).
+  // `srcBytes` is the number of bytes of the line that may be read. `next`, when not null, is
+  // the source line that comes next: its samples are fetched into the cache meanwhile.
+  int (*cubicRow3)(const unsigned char* row, const unsigned char* next, int srcBytes,
+                   const int* xIndex, const double* wa, const double* wb, const double* wc,
+                   int outWidth, float* out);
+  int (*cubicRow1)(const unsigned char* row, const unsigned char* next, int srcBytes,
+                   const int* xIndex, const double* wa, const double* wb, const double* wc,
+                   int outWidth, float* out);
+  // Vertical cubic pass: samples [0, returned) of dst from four stored lines, with the
+  // weights a, b and c (c already rounded to a float).
+  int (*cubicColumns)(const float* const* lines, int n, double a, double b, double c,
+                      unsigned char* dst);
+};
+
+// The AVX2 kernels, or nullptr in a build for another processor family.
+const SVectorKernels* avx2Kernels();
+
+#endif  // ORVANE_IMAGING_VECTORKERNELS_H_

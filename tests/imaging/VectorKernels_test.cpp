@@ -1,0 +1,190 @@
+// The vectorised column against the portable one, bit for bit: every colour through gray and
+// HSV, awkward shapes and line steps through every operation, and whole extraction runs.
+// Skipped on a processor without the vectorised column.
+#include "imaging/VectorKernels.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "imaging/CExtractorEngine.h"
+#include "imaging/ImagingOperations.h"
+
+namespace {
+
+const SImagingColumn& generic = kGenericColumn;
+
+class VectorColumn : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(selectProcessor(), 0);
+    if (vectorColumn() == nullptr) GTEST_SKIP() << "no vectorised column on this processor";
+    vector = vectorColumn();
+  }
+  const SImagingColumn* vector = nullptr;
+};
+
+// Every (r, g, b): one 256 by 256 image per red value, green down and blue across.
+TEST_F(VectorColumn, GrayAndHsvOfEveryColour) {
+  std::vector<unsigned char> rgb(256 * 256 * 3);
+  std::vector<unsigned char> want(rgb.size()), got(rgb.size());
+  int grayDiffer = 0, hsvDiffer = 0;
+  for (int r = 0; r < 256; ++r) {
+    for (int i = 0; i < 256 * 256; ++i) {
+      rgb[3 * i] = static_cast<unsigned char>(r);
+      rgb[3 * i + 1] = static_cast<unsigned char>(i >> 8);
+      rgb[3 * i + 2] = static_cast<unsigned char>(i);
+    }
+    ASSERT_EQ(generic.rgbToGray(rgb.data(), 768, want.data(), 256, 256, 256), kStsNoErr);
+    ASSERT_EQ(vector->rgbToGray(rgb.data(), 768, got.data(), 256, 256, 256), kStsNoErr);
+    grayDiffer += std::memcmp(want.data(), got.data(), 256 * 256) != 0;
+    ASSERT_EQ(generic.rgbToHsv(rgb.data(), 768, want.data(), 768, 256, 256), kStsNoErr);
+    ASSERT_EQ(vector->rgbToHsv(rgb.data(), 768, got.data(), 768, 256, 256), kStsNoErr);
+    hsvDiffer += want != got;
+  }
+  EXPECT_EQ(grayDiffer, 0) << "red values with a differing gray";
+  EXPECT_EQ(hsvDiffer, 0) << "red values with a differing HSV";
+}
+
+// A photo of `channels` bytes per pixel in lines of width * channels + padding bytes, in a
+// buffer of exactly its size; padding holds garbage.
+struct Photo {
+  int width, height, channels, step;
+  std::vector<unsigned char> bytes;
+};
+
+// Kinds: 0 random bytes, 1 ramps (land on exact values in the resize), 2 a 3 by 3 checker of
+// two colours with flat areas, 3 one flat colour.
+Photo makePhoto(int width, int height, int channels, int padding, int kind, uint32_t seed) {
+  Photo p{width, height, channels, width * channels + padding, {}};
+  p.bytes.resize(static_cast<size_t>(p.step) * height);
+  for (size_t i = 0; i < p.bytes.size(); ++i) {
+    seed = seed * 1664525u + 1013904223u;
+    const int x = static_cast<int>(i % p.step) / channels, y = static_cast<int>(i / p.step);
+    const int c = static_cast<int>(i % p.step) % channels;
+    const int values[4] = {static_cast<int>(seed >> 24), (x * 7 + y * 3 + c * 50) & 255,
+                           ((x / 3 + y / 3) & 1) ? 250 - c * 40 : 5 + c * 60, 90 + c * 70};
+    p.bytes[i] = static_cast<unsigned char>(values[kind]);
+  }
+  return p;
+}
+
+// Runs `run` for both columns on the same input and same prefilled target; both targets
+// must come out equal, the status too.
+template <typename Run>
+void expectSameBits(size_t targetSize, Run run, const std::string& what) {
+  SCOPED_TRACE(what);
+  std::vector<unsigned char> want(targetSize, 0xA5), got(targetSize, 0xA5);
+  const SImagingColumn& vector = *vectorColumn();
+  const int status = run(generic, want.data());
+  EXPECT_EQ(run(vector, got.data()), status);
+  size_t differ = 0, first = targetSize;
+  for (size_t i = 0; i < targetSize; ++i) {
+    if (want[i] != got[i]) {
+      if (differ++ == 0) first = i;
+    }
+  }
+  EXPECT_EQ(differ, 0u) << "first at byte " << first;
+}
+
+TEST_F(VectorColumn, EveryOperationOnAwkwardShapes) {
+  const int sizes[] = {1, 2, 3, 4, 5, 7, 15, 16, 17, 33, 255, 257};
+  int index = 0;
+  for (int width : sizes) {
+    for (int height : sizes) {
+      ++index;
+      const int kind = index % 4, padding = index % 5;
+      const std::string shape = std::to_string(width) + "x" + std::to_string(height) + " kind " +
+                                std::to_string(kind) + " padding " + std::to_string(padding);
+      const Photo rgb = makePhoto(width, height, 3, padding, kind, index * 7919u);
+      const Photo gray = makePhoto(width, height, 1, padding, kind, index * 104729u);
+      const int outStep = width * 3 + 3;
+      const size_t out = static_cast<size_t>(outStep) * height;
+      expectSameBits(out,
+                     [&](const SImagingColumn& c, unsigned char* d) {
+                       return c.rgbToGray(rgb.bytes.data(), rgb.step, d, outStep, width, height);
+                     },
+                     "gray " + shape);
+      expectSameBits(out,
+                     [&](const SImagingColumn& c, unsigned char* d) {
+                       return c.rgbToHsv(rgb.bytes.data(), rgb.step, d, outStep, width, height);
+                     },
+                     "hsv " + shape);
+      expectSameBits(rgb.bytes.size(),
+                     [&](const SImagingColumn& c, unsigned char* d) {
+                       std::memcpy(d, rgb.bytes.data(), rgb.bytes.size());
+                       const int order[3] = {2, 0, 1};
+                       return c.swapChannels(d, rgb.step, width, height, order);
+                     },
+                     "swap " + shape);
+      // Into the 256 box as the preprocessor fits a photo, then to a shorter side of 70 as the
+      // edge analysis enlarges one, and a plain enlargement by a factor.
+      const double fit = width >= height ? 256.0 / width : 256.0 / height;
+      const double seventy = 70.0 / (width < height ? width : height);
+      for (double factor : {fit, seventy, 1.7}) {
+        // Within a 300 by 300 target; a size of 0 must fail alike.
+        const int outWidth = std::min(300, static_cast<int>(width * factor));
+        const int outHeight = std::min(300, static_cast<int>(height * factor));
+        const size_t resized = static_cast<size_t>(300 * 3 + 5) * 300;
+        const std::string scale = shape + " factor " + std::to_string(factor);
+        expectSameBits(resized,
+                       [&](const SImagingColumn& c, unsigned char* d) {
+                         return c.resize3(rgb.bytes.data(), width, height, rgb.step, 0, 0, width,
+                                          height, d, 300 * 3 + 5, outWidth, outHeight, factor,
+                                          factor, kInterCubic);
+                       },
+                       "resize3 " + scale);
+        expectSameBits(resized,
+                       [&](const SImagingColumn& c, unsigned char* d) {
+                         return c.resize1(gray.bytes.data(), width, height, gray.step, 0, 0,
+                                          width, height, d, 300 + 3, outWidth, outHeight, factor,
+                                          factor, kInterCubic);
+                       },
+                       "resize1 " + scale);
+      }
+    }
+  }
+}
+
+// The tile values of the last run, as bytes.
+std::vector<unsigned char> vectorBytes(const CExtractorEngine& engine) {
+  const unsigned char* b = reinterpret_cast<const unsigned char*>(&engine.buffers);
+  return std::vector<unsigned char>(b, b + sizeof engine.buffers);
+}
+
+// One engine per column, fed the same photos in the same order: flat photos take the
+// enlargement path, which reads what earlier photos left in the gray image.
+TEST_F(VectorColumn, ExtractionRunsGiveTheSameVectors) {
+  const struct {
+    int width, height, padding, kind;
+  } photos[] = {{640, 480, 0, 0}, {300, 40, 1, 0},  {1000, 17, 3, 1}, {257, 255, 2, 2},
+                {33, 77, 5, 0},   {7, 300, 1, 1},    {4000, 3000, 0, 1}, {255, 5, 4, 2},
+                {16, 16, 0, 3},   {1920, 1080, 7, 2}, {17, 257, 3, 0}, {640, 480, 1, 3}};
+  useColumn(generic);
+  CExtractorEngine portable(256, 256);
+  useColumn(*vector);
+  CExtractorEngine vectorised(256, 256);
+  for (const auto& p : photos) {
+    SCOPED_TRACE(std::to_string(p.width) + "x" + std::to_string(p.height));
+    const Photo photo = makePhoto(p.width, p.height, 3, p.padding, p.kind, p.width * 31u);
+    std::string failure[2];
+    CExtractorEngine* engines[2] = {&portable, &vectorised};
+    for (int e = 0; e < 2; ++e) {
+      useColumn(e == 0 ? generic : *vector);
+      try {
+        engines[e]->run(photo.bytes.data(), p.width, p.height, photo.step);
+      } catch (const std::string& text) {
+        failure[e] = text;
+      }
+    }
+    EXPECT_EQ(failure[0], failure[1]);
+    EXPECT_EQ(vectorBytes(portable), vectorBytes(vectorised));
+  }
+  useColumn(*vector);
+}
+
+}  // namespace
