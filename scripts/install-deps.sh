@@ -5,7 +5,7 @@
 set -euo pipefail
 packages=(
   cmake ninja-build g++ clang libclang-rt-14-dev make binutils pkg-config
-  libgtest-dev libgmock-dev libbenchmark-dev
+  libgtest-dev libgmock-dev libbenchmark-dev libopencv-contrib-dev
   libvips-dev libsqlite3-dev libcli11-dev nlohmann-json3-dev
   python3 python3-dev python3-pybind11 pybind11-dev python3-numpy python3-pytest python3-pil
   python3-pip python3-venv python3-setuptools python3-wheel
