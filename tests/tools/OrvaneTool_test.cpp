@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <sstream>
@@ -446,6 +447,38 @@ TEST_F(OrvaneToolTest, PhotosAboveThePixelBoundAreDecodedSmallerInBoundedMemory)
   // The bounded photo's 300 MB of pixels and little else; a whole decode takes 2.7 GB.
   EXPECT_LT(usage.ru_maxrss, 600 * 1024) << "kilobytes";
   EXPECT_LT(seconds, 60);
+}
+
+TEST_F(OrvaneToolTest, MirroredAndTurnedCopiesAreFoundInAnyOrientation) {
+  // Dark on the left, bright on the right: a mirror image is no longer the same photo.
+  const vips::VImage ramp = vips::VImage::xyz(1200, 900)[0] / 1200.0 * 0.8 + 0.2;
+  const vips::VImage first =
+      (scene(1, 1200, 900) * ramp)
+          .cast(VIPS_FORMAT_UCHAR)
+          .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+  save(first, photos / "first.jpg", "[Q=92]");
+  save(first.fliphor(), photos / "first-mirrored.jpg", "[Q=92]");
+  save(first.rot90(), photos / "first-turned.jpg", "[Q=92]");
+  save(scene(2, 1200, 900), photos / "second.jpg", "[Q=92]");
+  save(scene(3, 900, 1200), photos / "third.jpg", "[Q=92]");
+  index();
+
+  const std::string query = "find " + library + " " + photo("first.jpg") + " --json";
+  const Json asIs = Json::parse(run(query).out)[0]["matches"];
+  ASSERT_EQ(asIs.size(), 1u) << asIs;
+  const Json any = Json::parse(run(query + " --any-orientation").out)[0]["matches"];
+  std::map<std::string, std::string> found;
+  for (const Json& match : any) found[match["path"]] = match["orientation"];
+  EXPECT_EQ(found, (std::map<std::string, std::string>{{photo("first.jpg"), "as is"},
+                                                       {photo("first-mirrored.jpg"), "mirrored"},
+                                                       {photo("first-turned.jpg"), "turned 90"}}));
+
+  EXPECT_EQ(run("dups " + library).status, 1);
+  const SRun dups = run("dups " + library + " --any-orientation -j 2");
+  EXPECT_EQ(dups.status, 0) << dups.err;
+  EXPECT_THAT(dups.out, HasSubstr("3 photos:\n"));
+  EXPECT_THAT(dups.out, HasSubstr(photo("first-mirrored.jpg") + "  (mirrored)"));
+  EXPECT_THAT(dups.out, Not(HasSubstr("second")));
 }
 
 // Every file under a folder with its size and modification time.

@@ -14,6 +14,7 @@
 #include "tools/orvane/CStdoutToStderr.h"
 #include "tools/orvane/DuplicateGroups.h"
 #include "tools/orvane/DuplicatePlan.h"
+#include "tools/orvane/OrientedSearch.h"
 #include "tools/orvane/PhotoDecoder.h"
 
 namespace {
@@ -30,8 +31,14 @@ Json matchJson(int id, const std::string& path, float score) {
   return Json{{"id", id}, {"path", path}, {"score", score}};
 }
 
-void printMatch(const std::string& path, float score) {
-  std::printf("  %.4f  %s\n", score, path.c_str());
+// Told only when the search looked at every orientation.
+std::string orientationNote(const SOrientation* orientation) {
+  if (orientation == nullptr || *orientation == SOrientation{}) return "";
+  return "  (" + orientation->name() + ")";
+}
+
+void printMatch(const std::string& path, float score, const SOrientation* orientation) {
+  std::printf("  %.4f  %s%s\n", score, path.c_str(), orientationNote(orientation).c_str());
 }
 
 // The folders that the paths name, and the folder of each file named.
@@ -79,14 +86,14 @@ int runIndex(const SIndexOptions& options) {
 }
 
 int runFind(const std::string& libraryFile, const std::vector<std::string>& photos,
-            unsigned near, bool json) {
+            unsigned near, bool json, bool anyOrientation) {
   CPhotoLibrary library(libraryFile, CPhotoLibrary::Access::kExisting);
   const std::unique_ptr<CFIDDatabase> database = library.loadDatabase();
   const std::unordered_map<int, std::string> paths = pathsById(library);
 
   struct SAnswer {
     std::string failure;
-    std::vector<CFIDMatch> matches;
+    std::vector<SOrientedMatch> matches;
   };
   std::vector<SAnswer> answers(photos.size());
   {
@@ -97,11 +104,14 @@ int runFind(const std::string& libraryFile, const std::vector<std::string>& phot
     for (std::size_t i = 0; i < photos.size(); ++i) {
       try {
         decodePhoto(photos[i], mode, photo);
-        const CFIDContainer& signature = extractor.extract(photo.pixels.data(), photo.width,
-                                                          photo.height, photo.width * 3, 0, 0);
         if (database->size() > 0) {
-          answers[i].matches = near > 0 ? database->classify(signature, near, 1)
-                                        : database->classify(signature, 0, 0);
+          answers[i].matches = searchOriented(
+              extractor, photo, anyOrientation,
+              [&database, near](const CFIDContainer& signature) {
+                return near > 0 ? database->classify(signature, near, 1)
+                                : database->classify(signature, 0, 0);
+              },
+              near);
         }
       } catch (const std::exception& e) {
         answers[i].failure = e.what();
@@ -122,10 +132,12 @@ int runFind(const std::string& libraryFile, const std::vector<std::string>& phot
       std::printf("%s\n", photos[i].c_str());
       if (answers[i].matches.empty()) std::printf("  no %s photo\n", near > 0 ? "stored" : "same");
     }
-    for (const CFIDMatch& match : answers[i].matches) {
+    for (const SOrientedMatch& match : answers[i].matches) {
       const std::string& path = paths.at(match.id);
-      result["matches"].push_back(matchJson(match.id, path, match.score));
-      if (!json) printMatch(path, match.score);
+      Json entry = matchJson(match.id, path, match.score);
+      if (anyOrientation) entry["orientation"] = match.orientation.name();
+      result["matches"].push_back(entry);
+      if (!json) printMatch(path, match.score, anyOrientation ? &match.orientation : nullptr);
     }
     found = found || !answers[i].matches.empty();
     results.push_back(result);
@@ -145,15 +157,27 @@ int runDups(const SDupsOptions& options) {
   }
   const std::unique_ptr<CFIDDatabase> database = library.loadDatabase();
 
-  std::vector<SPhotoLink> links;
+  std::vector<SOrientedLink> links;
   library.forEachSignature([&database, &links](int id, const CFIDContainer& signature) {
     for (const CFIDMatch& match : database->classify(signature, 0, 0)) {
-      if (match.id != id) links.push_back({id, match.id, match.score});
+      if (match.id != id) links.push_back({id, match.id, match.score, {}});
     }
   });
   const std::vector<SStoredPhoto> photos = library.photos();
+  unsigned undecoded = 0;
+  if (options.anyOrientation) {
+    CStdoutToStderr libraryOutput;
+    const std::vector<SOrientedLink> turned = turnedCopyLinks(
+        photos, CIndexer::madeWith(library),
+        [&database](const CFIDContainer& signature) { return database->classify(signature, 0, 0); },
+        options.jobs, &undecoded);
+    links.insert(links.end(), turned.begin(), turned.end());
+  }
+  std::vector<SPhotoLink> pairs;
+  for (const SOrientedLink& link : links) pairs.push_back({link.a, link.b, link.score});
+  const std::unordered_map<int, SOrientation> orientations = closestOrientations(links);
   const std::vector<std::vector<SPlannedMember>> plan =
-      planDuplicates(groupDuplicates(links), photos, indexedFolders,
+      planDuplicates(groupDuplicates(pairs), photos, indexedFolders,
                      {options.keep, options.references, options.moveTo});
 
   Json all = Json::array();
@@ -164,11 +188,14 @@ int runDups(const SDupsOptions& options) {
       Json entry = matchJson(member.id, member.path, member.score);
       entry["action"] = member.keep ? "keep" : "move";
       if (!member.target.empty()) entry["target"] = member.target;
+      const SOrientation* orientation =
+          options.anyOrientation ? &orientations.at(member.id) : nullptr;
+      if (orientation != nullptr) entry["orientation"] = orientation->name();
       members.push_back(entry);
       if (!options.json) {
-        std::printf("  %s  %.4f  %s%s%s\n", member.keep ? "keep" : "move", member.score,
-                    member.path.c_str(), member.target.empty() ? "" : "  ->  ",
-                    member.target.c_str());
+        std::printf("  %s  %.4f  %s%s%s%s\n", member.keep ? "keep" : "move", member.score,
+                    member.path.c_str(), orientationNote(orientation).c_str(),
+                    member.target.empty() ? "" : "  ->  ", member.target.c_str());
       }
     }
     all.push_back(members);
@@ -178,19 +205,20 @@ int runDups(const SDupsOptions& options) {
   } else if (plan.empty()) {
     std::printf("no duplicates among %zu photos\n", photos.size());
   }
-  if (plan.empty()) return kExitNothingFound;
-  if (options.moveTo.empty()) return kExitSuccess;
+  // A photo that could not be looked at makes the answer incomplete.
+  const int status = undecoded > 0 ? kExitFailure : plan.empty() ? kExitNothingFound : kExitSuccess;
+  if (plan.empty() || options.moveTo.empty()) return status;
 
   const std::vector<SPhotoMove> moves = plannedMoves(plan);
   // Standard output holds nothing but the answer in JSON.
   FILE* const notes = options.json ? stderr : stdout;
   if (options.dryRun) {
     std::fprintf(notes, "dry run: %zu photos would move, nothing was changed\n", moves.size());
-    return kExitSuccess;
+    return status;
   }
   const SMoveSummary summary = CPhotoMover(library).run(moves);
   std::fprintf(notes, "%u moved, %u failed\n", summary.moved, summary.failed);
-  return summary.failed > 0 ? kExitFailure : kExitSuccess;
+  return summary.failed > 0 ? kExitFailure : status;
 }
 
 int runInfo(const std::string& libraryFile) {

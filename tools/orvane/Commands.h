@@ -28,8 +28,9 @@ struct SIndexOptions {
 // Exit status 3 when any photo failed, after indexing all the others.
 int runIndex(const SIndexOptions& options);
 // near 0: the photos that count as the same photo; otherwise the near nearest.
+// anyOrientation: also the mirrored and turned copies of the photos.
 int runFind(const std::string& library, const std::vector<std::string>& photos, unsigned near,
-            bool json);
+            bool json, bool anyOrientation);
 struct SDupsOptions {
   std::string library;
   bool json = false;
@@ -37,6 +38,8 @@ struct SDupsOptions {
   std::vector<std::string> references;  // folders whose photos always stay
   std::string moveTo;                   // empty: nothing moves
   bool dryRun = false;
+  bool anyOrientation = false;  // also mirrored and turned copies, decoding every photo again
+  unsigned jobs = 1;            // threads that decode
 };
 
 int runDups(const SDupsOptions& options);

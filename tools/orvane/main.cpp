@@ -1,8 +1,8 @@
 // orvane: finds the same photo in a photo folder.
 //
 //   orvane index LIBRARY PATH... [-j N] [--prune] [--fast]
-//   orvane find LIBRARY PHOTO... [--near N] [--json]
-//   orvane dups LIBRARY [--keep RULE] [--reference DIR]... [--move-to DIR [--dry-run]] [--json]
+//   orvane find LIBRARY PHOTO... [--near N] [--any-orientation] [--json]
+//   orvane dups LIBRARY [--any-orientation [-j N]] [--keep RULE] [--reference DIR]... [--move-to DIR [--dry-run]] [--json]
 //   orvane info LIBRARY
 //
 // Exit status: 0 success, 1 a search found nothing, 2 usage error, 3 I/O or library error, or
@@ -51,6 +51,12 @@ int main(int argc, char** argv) {
     command->add_option("LIBRARY", library, "library file (SQLite)")->required();
   };
   bool json = false;
+  bool anyOrientation = false;
+  // Every orientation gives a stranger another chance to come close.
+  const char* const anyOrientationHelp =
+      "also photos that are mirrored or turned by 90, 180 or 270 degrees; the answer says "
+      "which orientation matched. Trying eight orientations lets more wrong photos pass "
+      "than a search as is";
 
   SIndexOptions index;
   index.jobs = std::max(1u, std::thread::hardware_concurrency());
@@ -88,6 +94,7 @@ int main(int argc, char** argv) {
   findCommand->add_option("PHOTO", photos, "photos to look for")->required();
   findCommand->add_option("--near", near, "the N nearest photos instead of the same photo")
       ->check(kAtLeastOne);
+  findCommand->add_flag("--any-orientation", anyOrientation, anyOrientationHelp);
   findCommand->add_flag("--json", json, "answer in JSON");
 
   SDupsOptions dups;
@@ -96,6 +103,13 @@ int main(int argc, char** argv) {
               "keep or move; with --move-to, move the others out of the way.");
   addLibrary(dupsCommand);
   dupsCommand->add_flag("--json", json, "answer in JSON");
+  dupsCommand->add_flag("--any-orientation", anyOrientation,
+                        std::string(anyOrientationHelp) +
+                            " (against its closest photo in the group). Every photo is "
+                            "decoded again, which takes about as long as indexing it");
+  dups.jobs = index.jobs;
+  dupsCommand->add_option("-j,--jobs", dups.jobs, "photos decoded at once (default: all cores)")
+      ->check(kAtLeastOne);
   const std::map<std::string, EKeepRule> keepRules{{"pixels", EKeepRule::kPixels},
                                                    {"largest", EKeepRule::kLargest},
                                                    {"newest", EKeepRule::kNewest},
@@ -139,11 +153,12 @@ int main(int argc, char** argv) {
       index.library = library;
       return runIndex(index);
     }
-    if (findCommand->parsed()) return runFind(library, photos, near, json);
+    if (findCommand->parsed()) return runFind(library, photos, near, json, anyOrientation);
     if (dupsCommand->parsed()) {
       dups.library = library;
       dups.keep = keepRules.at(keepRule);
       dups.json = json;
+      dups.anyOrientation = anyOrientation;
       return runDups(dups);
     }
     return runInfo(library);
