@@ -9,6 +9,7 @@ packages=(
   libvips-dev libsqlite3-dev libcli11-dev nlohmann-json3-dev
   python3 python3-dev python3-pybind11 pybind11-dev python3-numpy python3-pytest python3-pil
   python3-pip python3-venv python3-setuptools python3-wheel
+  python3-distributed
   "$@"
 )
 missing=()
