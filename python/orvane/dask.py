@@ -14,9 +14,9 @@ score and keeps equal scores in position order, so merging the shards' partial a
 the shard's own (1, 2, 3, ...), so that a removal takes exactly the photo the one database
 would take, even when an id is stored twice; the host's ids travel beside the keys.
 
-Each shard also keeps the signature streams of its photos (about 2.6 KB a photo, beside the
-database's 2.3 KB): ``duplicate_pairs`` compares two shards by moving one shard's signatures
-to the other's.
+Each shard also keeps the signature streams of its photos (about 1.5 KB a photo, beside the
+database's 2.3 KB): ``duplicate_pairs`` compares two shards in one task, which receives
+both shards' signatures.
 
 Threads: a ``ShardedDatabase`` serves one thread at a time, as a ``Database`` does.
 """
@@ -26,6 +26,7 @@ import json
 import math
 import os
 import threading
+import time
 
 import numpy as np
 from . import Database, Error, Extractor, Signature
@@ -39,6 +40,8 @@ _FORMAT_VERSION = 1
 # Signatures sent to a shard in one call: large adds go in pieces of a few megabytes.
 _ADD_CHUNK = 4096
 _INT32 = (-(2**31), 2**31 - 1)
+# Seconds the scheduler gets to notice a lost worker after a connection to it broke.
+_LOSS_NOTICE = 10
 
 
 class ShardError(RuntimeError):
@@ -290,23 +293,27 @@ def _database_of(streams, weights):
 def _pairs(weights, first, second=None):
     """The same-photo pairs within one exported shard, or between two, as
     (position a, position b, id a, id b, score) with position a below position b."""
-    positions, ids, streams = first
+    parts = [first] if second is None else [first, second]
+    positions, ids, streams = ([x for part in parts for x in part[n]] for n in range(3))
+    # Keys 1 to `split` are the first shard's photos, in position order.
+    split = len(first[0])
     db = _database_of(streams, weights)
-    if second is None:
-        queries = zip(positions, ids, streams)
-        found = ((p, i, k, s) for p, i, stream in queries for k, s in db.same_photo(Signature.from_bytes(stream)))
-        # Each pair is found from both ends: keep it once.
-        found = [(p, i, k, s) for p, i, k, s in found if positions[k - 1] > p]
-    else:
+    if hasattr(db, "duplicate_pairs"):  # the search engine
+        found = db.duplicate_pairs()
+    else:  # photo by photo; each pair is found from both ends, keep it once
         found = [
-            (p, i, k, s)
-            for p, i, stream in zip(*second)
-            for k, s in db.same_photo(Signature.from_bytes(stream))
+            (a, b, score)
+            for a, stream in enumerate(streams, start=1)
+            for b, score in db.same_photo(Signature.from_bytes(stream))
+            if b > a
         ]
+    if second is not None:
+        found = [(a, b, score) for a, b, score in found if (a <= split) != (b <= split)]
     pairs = []
-    for p, i, k, s in found:
-        q, j = positions[k - 1], ids[k - 1]
-        pairs.append((p, q, i, j, s) if p < q else (q, p, j, i, s))
+    for a, b, score in found:
+        p, q = positions[a - 1], positions[b - 1]
+        i, j = ids[a - 1], ids[b - 1]
+        pairs.append((p, q, i, j, score) if p < q else (q, p, j, i, score))
     return pairs
 
 
@@ -400,16 +407,29 @@ class ShardedDatabase:
         return answers
 
     def _shard_failed(self, number, error):
-        worker = self._workers[number]
-        alive = worker in self._client.scheduler_info()["workers"]
-        if alive and self._futures[number].status == "finished":
+        if not self._is_lost(number, wait=_LOSS_NOTICE if isinstance(error, OSError) else 0):
             return ShardError(number, f"shard {number} of {self.shards} failed: {error!r}")
+        worker = self._workers[number]
         self._lost[number] = (
             f"shard {number} of {self.shards} is lost: its worker {worker} is gone "
             f"({type(error).__name__}: {error}); no answer without it, load the database "
             "again from its saved folder"
         )
         return ShardError(number, self._lost[number])
+
+    def _is_lost(self, number, wait):
+        # A broken connection can reach us before the scheduler has noticed the worker's
+        # death: give it a moment before calling the failure the shard's own.
+        deadline = time.monotonic() + wait
+        while True:
+            if (
+                self._futures[number].status != "finished"
+                or self._workers[number] not in self._client.scheduler_info()["workers"]
+            ):
+                return True
+            if time.monotonic() >= deadline:
+                return False
+            time.sleep(0.1)
 
     def add(self, signature, id, tag=0):
         """Stores the signature under id (not 0), as Database.add does."""

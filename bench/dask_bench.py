@@ -1,0 +1,148 @@
+#!/usr/bin/python3
+"""Benchmark of orvane.dask on a LocalCluster with 1 and 2 worker processes (one thread each,
+one shard per worker). Reported, not timed by the tests.
+
+Workloads:
+  index_files      photos/s decoding and extracting a folder of real photographs (every photo
+                   of the folder, the list repeated to --repeat times its length).
+  add_many         signatures/s adding --stored signatures to the shards.
+  same_photo       queries/s against --stored signatures, --queries queries one after the
+                   other (each a round trip to every shard); beside it the same queries
+                   against one in-process orvane.Database.
+  duplicate_pairs  seconds for --pairs signatures.
+
+Stored signatures look like real photos: random crops, zooms, turns and colour changes of the
+folder's photographs, shrunk to at most 160 pixels (extraction works on a fixed 256 by 256
+image, so small sources keep generation quick without changing what is compared), with one in
+fifty a near copy of another (a little noise). They are generated once on the cluster and kept
+in --cache. Run: PYTHONPATH=build/python bench/dask_bench.py
+"""
+import argparse
+import glob
+import os
+import time
+
+import numpy as np
+
+import orvane
+from dask.distributed import Client, LocalCluster
+from orvane.dask import ShardedDatabase, index_files
+
+
+def photographs(folder):
+    return sorted(
+        p for p in glob.glob(os.path.join(folder, "**", "*"), recursive=True)
+        if p.lower().endswith((".jpg", ".jpeg", ".png"))
+    )
+
+
+def _generate(paths, start, count):
+    """count signature streams, numbered from start, of varied crops of the photographs."""
+    from PIL import Image
+
+    sources = []
+    for path in paths:
+        with Image.open(path) as image:
+            image = image.convert("RGB")
+            image.thumbnail((320, 320))
+            sources.append(np.asarray(image))
+    extractor = orvane.Extractor()
+    streams = []
+    for n in range(start, start + count):
+        rng = np.random.default_rng(n // 50 if n % 50 == 49 else n)
+        # A collage of two to four crops of different photographs, each zoomed, turned and
+        # recoloured on its own.
+        pieces = []
+        for _ in range(rng.integers(2, 5)):
+            source = sources[rng.integers(len(sources))]
+            h, w = source.shape[:2]
+            ch, cw = int(h * rng.uniform(0.1, 0.6)), int(w * rng.uniform(0.1, 0.6))
+            top, left = rng.integers(0, h - ch + 1), rng.integers(0, w - cw + 1)
+            piece = source[top : top + ch, left : left + cw][:, :, rng.permutation(3)]
+            piece = Image.fromarray(np.rot90(piece, rng.integers(4)).copy()).resize((80, 80))
+            pieces.append(np.asarray(piece) * rng.uniform(0.5, 1.5, 3))
+        layout = rng.integers(len(pieces), size=4)
+        pixels = np.block([[[pieces[layout[0]]], [pieces[layout[1]]]],
+                           [[pieces[layout[2]]], [pieces[layout[3]]]]])
+        if n % 50 == 49:  # a near copy of photo n // 50: the same crop, a little noise
+            pixels = pixels + np.random.default_rng(n).normal(0, 2, pixels.shape)
+        image = np.clip(pixels, 0, 255).astype(np.uint8)
+        streams.append(extractor.extract(image, order="rgb").to_bytes())
+    return streams
+
+
+def stored_signatures(client, paths, count, cache):
+    if os.path.exists(cache):
+        with np.load(cache) as table:
+            if len(table["lengths"]) >= count:
+                lengths, blob = table["lengths"][:count], table["blob"].tobytes()
+                ends = np.cumsum(lengths).tolist()
+                return [orvane.Signature.from_bytes(blob[e - n : e])
+                        for e, n in zip(ends, lengths.tolist())]
+    step = 2000
+    futures = client.map(_generate, [paths] * ((count + step - 1) // step),
+                         range(0, count, step), [min(step, count - s) for s in range(0, count, step)])
+    streams = [s for f in futures for s in f.result()]
+    np.savez(cache, lengths=np.array([len(s) for s in streams]),
+             blob=np.frombuffer(b"".join(streams), dtype=np.uint8))
+    return [orvane.Signature.from_bytes(s) for s in streams]
+
+
+def timed(work):
+    start = time.perf_counter()
+    answer = work()
+    return time.perf_counter() - start, answer
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
+    parser.add_argument("--photos", default="/usr/share/backgrounds")
+    parser.add_argument("--repeat", type=int, default=4)
+    parser.add_argument("--stored", type=int, default=200_000)
+    parser.add_argument("--queries", type=int, default=200)
+    parser.add_argument("--pairs", type=int, default=100_000)
+    parser.add_argument("--workers", default="1,2")
+    parser.add_argument("--cache", default="/tmp/orvane-dask-bench-signatures.npz")
+    args = parser.parse_args()
+    paths = photographs(args.photos)
+    if not paths:
+        raise SystemExit(f"no photographs in {args.photos}")
+    print(f"cores: {os.cpu_count()}, load average at start: {os.getloadavg()}")
+    for workers in [int(w) for w in args.workers.split(",")]:
+        with LocalCluster(n_workers=workers, threads_per_worker=1, dashboard_address=":0",
+                          silence_logs=50) as cluster, Client(cluster) as client:
+            print(f"== {workers} worker process(es), load average {os.getloadavg()}")
+            listed = paths * args.repeat
+            index_files(client, paths[:workers])  # the workers import and warm up
+            seconds, found = timed(lambda: index_files(client, listed))
+            failed = sum(error is not None for _, _, error in found)
+            print(f"index_files: {len(listed)} photos ({failed} failed) in {seconds:.1f} s: "
+                  f"{len(listed) / seconds:.1f} photos/s")
+
+            signatures = stored_signatures(client, paths, max(args.stored, args.pairs), args.cache)
+            sdb = ShardedDatabase(client, shards=workers)
+            items = [(s, n + 1) for n, s in enumerate(signatures[: args.stored])]
+            seconds, _ = timed(lambda: sdb.add_many(items))
+            print(f"add_many: {len(items)} signatures in {seconds:.1f} s: "
+                  f"{len(items) / seconds:.0f} signatures/s")
+            queries = signatures[: args.queries // 2] + signatures[-(args.queries // 2) :]
+            seconds, _ = timed(lambda: [sdb.same_photo(q) for q in queries])
+            print(f"same_photo against {len(sdb)}: {len(queries) / seconds:.1f} queries/s")
+            if workers == 1:
+                single = orvane.Database()
+                for s, n in items:
+                    single.add(s, n)
+                seconds, _ = timed(lambda: [single.same_photo(q) for q in queries])
+                print(f"  one in-process Database: {len(queries) / seconds:.1f} queries/s")
+                del single
+
+            sdb.clear()
+            sdb.add_many([(s, n + 1) for n, s in enumerate(signatures[: args.pairs])])
+            seconds, pairs = timed(sdb.duplicate_pairs)
+            print(f"duplicate_pairs over {len(sdb)}: {len(pairs)} pairs in {seconds:.1f} s "
+                  f"(load average {os.getloadavg()})")
+            del sdb
+
+
+if __name__ == "__main__":
+    main()
