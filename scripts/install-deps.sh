@@ -4,7 +4,7 @@
 # photographs).
 set -euo pipefail
 packages=(
-  cmake ninja-build g++ clang libclang-rt-14-dev make binutils pkg-config
+  ca-certificates cmake ninja-build g++ clang libclang-rt-14-dev make binutils pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev libopencv-contrib-dev
   libvips-dev libsqlite3-dev libcli11-dev nlohmann-json3-dev
   python3 python3-dev python3-pybind11 pybind11-dev python3-numpy python3-pytest python3-pil
@@ -19,7 +19,13 @@ done
 if [ ${#missing[@]} -gt 0 ]; then
   echo "installing: ${missing[*]}"
   sudo_cmd=""
-  [ "$(id -u)" -eq 0 ] || sudo_cmd="sudo"
+  if [ "$(id -u)" -ne 0 ]; then
+    if ! command -v sudo >/dev/null; then
+      echo "install-deps: these packages are missing; run this as root (a bare system has no sudo)" >&2
+      exit 1
+    fi
+    sudo_cmd="sudo"
+  fi
   $sudo_cmd apt-get update -qq
   DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq "${missing[@]}"
 fi

@@ -329,10 +329,11 @@ int photoRows(const std::string& library) {
 }
 
 TEST_F(OrvaneToolTest, IndexKilledHalfWayLeavesAValidLibrary) {
-  constexpr int kPhotos = 60;
-  const std::string first = save(scene(1, 1600, 1200), photos / "photo-00.jpg");
+  // Enough work that the first commit, half a second in, cannot hold it all.
+  constexpr int kPhotos = 200;
+  const std::string first = save(scene(1, 2400, 1800), photos / "photo-000.jpg");
   for (int i = 1; i < kPhotos; ++i) {
-    fs::copy_file(first, photos / ("photo-" + std::to_string(100 + i).substr(1) + ".jpg"));
+    fs::copy_file(first, photos / ("photo-" + std::to_string(1000 + i).substr(1) + ".jpg"));
   }
   const pid_t child = fork();
   ASSERT_GE(child, 0);

@@ -89,8 +89,7 @@ void extractPhotos(CFIDExtractor& extractor, DecodeMode mode,
       result.decodeSeconds = secondsSince(start);
       if (photo.bounded) result.notice = boundNotice(photo);
       const Clock::time_point extractStart = Clock::now();
-      const CFIDContainer& signature = extractor.extract(photo.pixels.data(), photo.width,
-                                                        photo.height, photo.width * 3, 0, 0);
+      const CFIDContainer& signature = CIndexer::signatureOf(extractor, photo);
       std::ostringstream out;
       signature.write(out);
       result.signature = out.str();
@@ -120,6 +119,15 @@ CIndexer::CIndexer(CPhotoLibrary& library, unsigned jobs, DecodeMode mode)
                          "into a new library file without it"
                        : "this library was made without --fast; index into it without "
                          "--fast, or into a new library file with it");
+}
+
+const CFIDContainer& CIndexer::signatureOf(CFIDExtractor& extractor, const SBgrPhoto& photo) {
+  try {
+    return extractor.extract(photo.pixels.data(), photo.width, photo.height, photo.width * 3, 0, 0);
+  } catch (const FID_Exception& e) {
+    throw CDecodeError("no signature can be made of " + std::to_string(photo.width) + " x " +
+                       std::to_string(photo.height) + " pixels (" + e.what() + ")");
+  }
 }
 
 DecodeMode CIndexer::madeWith(CPhotoLibrary& library) {

@@ -38,6 +38,10 @@ class CIndexer {
   // The mode the library's photos were decoded in.
   static DecodeMode madeWith(CPhotoLibrary& library);
 
+  // The signature of a decoded photo; a photo the library cannot take (too thin for its
+  // grids) is a CDecodeError that says so, with the library's own words.
+  static const CFIDContainer& signatureOf(CFIDExtractor& extractor, const SBgrPhoto& photo);
+
   // Indexes the files named and those in the folders named; with prune, also drops the
   // photos whose files are gone. Failures go to standard error as "orvane: <path>: <reason>",
   // and so do photos that the pixel bound made smaller.

@@ -20,11 +20,13 @@ constexpr int kMaxLoadShrink = 8;
 
 enum class Format { kJpeg, kWebp, kPng, kOther };
 
-Format formatOf(const char* loader) {
-  const std::string name(loader);
-  if (name.find("Jpeg") != std::string::npos) return Format::kJpeg;
-  if (name.find("Webp") != std::string::npos) return Format::kWebp;
-  if (name.find("Png") != std::string::npos) return Format::kPng;
+// From the loader's name that libvips leaves on the photo, "jpegload" and the like.
+Format formatOf(const vips::VImage& image) {
+  const std::string loader =
+      image.get_typeof("vips-loader") != 0 ? image.get_string("vips-loader") : "";
+  if (loader.rfind("jpeg", 0) == 0) return Format::kJpeg;
+  if (loader.rfind("webp", 0) == 0) return Format::kWebp;
+  if (loader.rfind("png", 0) == 0) return Format::kPng;
   return Format::kOther;
 }
 
@@ -137,13 +139,18 @@ int storeLines(VipsRegion* region, VipsRect* area, void* target) {
 }
 
 // The loaded photo, at most kMaxDecodedPixels, not yet turned.
-vips::VImage openWithinBounds(const std::string& path, const char* loader, DecodeMode mode,
-                              SBgrPhoto& photo) {
-  vips::VImage image = open(path, vips::VImage::option());
+vips::VImage openWithinBounds(const std::string& path, DecodeMode mode, SBgrPhoto& photo) {
+  vips::VImage image;
+  try {
+    image = open(path, vips::VImage::option());
+  } catch (const vips::VError&) {
+    if (vips_foreign_find_load(path.c_str()) == nullptr) throw CDecodeError(notAPhotoReason(path));
+    throw;
+  }
   photo.fileWidth = image.width();
   photo.fileHeight = image.height();
   const std::int64_t filePixels = static_cast<std::int64_t>(photo.fileWidth) * photo.fileHeight;
-  const Format format = formatOf(loader);
+  const Format format = formatOf(image);
   const bool interlaced =
       image.get_typeof("interlaced") != 0 && image.get_int("interlaced") != 0;
   if (filePixels > kMaxDecodedPixels &&
@@ -197,10 +204,8 @@ CDecoderSession::CDecoderSession(const char* programName) {
 CDecoderSession::~CDecoderSession() { vips_shutdown(); }
 
 void decodePhoto(const std::string& path, DecodeMode mode, SBgrPhoto& photo) {
-  const char* loader = vips_foreign_find_load(path.c_str());
-  if (loader == nullptr) throw CDecodeError(notAPhotoReason(path));
   try {
-    vips::VImage image = openWithinBounds(path, loader, mode, photo);
+    vips::VImage image = openWithinBounds(path, mode, photo);
     const int orientation =
         image.get_typeof("orientation") != 0 ? image.get_int("orientation") : 1;
     image = image.colourspace(VIPS_INTERPRETATION_sRGB);
