@@ -96,8 +96,13 @@ const std::vector<CFIDMatch>& CFIDDatabase::classify(const CFIDContainer& signat
     distance = distanceFunctionOfKind(kRootMeanSquareDifference);
   }
   try {
+    // Only what the host reads is ranked: the leading maxResults, or in mode 0 the scores
+    // up to the threshold.
+    SRankCut cut;
+    cut.maxResults = maxResults;
+    cut.samePhotoOnly = effectiveMode == 0;
     const std::vector<SClassifyResult>& ranked =
-        store->classifyFloat(*signature.sign, effectiveMode, distance);
+        store->classifyFloat(*signature.sign, effectiveMode, distance, cut);
     size_t count = ranked.size();
     if (maxResults > 0 && maxResults < count) count = maxResults;
     // Mode 0 answers the same photo: the leading results up to the fixed threshold.

@@ -4,13 +4,10 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "database/CGroupScan.h"
 #include "database/DatabaseErrors.h"
 
 namespace {
-
-// Stored vectors scored per call of a many-vector kernel: enough to keep its lanes busy,
-// small enough for the stack.
-constexpr size_t kScanChunk = 64;
 
 // A signature without the group's feature. Not a failure text of its own: the callers turn
 // it into their "Unknown Error".
@@ -39,6 +36,7 @@ void CFeatureGroup::init(const SFeatureGroupDef& def, uint32_t reserveCount) {
   normTable = def.normTable;
 
   items.clear();
+  vectors.setShape((tilesX * tilesY + meanRows) * binsPerTile, tileValues());
   if (reserveCount != 0 && reserveCount > items.capacity()) items.reserve(reserveCount);
 
   if (meansKind == 0) {
@@ -76,62 +74,45 @@ void CFeatureGroup::makeVector(HeapMatrix<float>& out, const float* tiles) const
   }
 }
 
-void CFeatureGroup::add(const float* tiles, uint32_t idLow, uint32_t idHigh,
-                             uint32_t tag) {
+void CFeatureGroup::add(const float* tiles, uint32_t idLow, uint32_t idHigh, uint32_t tag) {
   if (tiles == nullptr) missingFeature();
   if (idLow == 0 && idHigh == 0) throw std::string(kAddWithoutId);
-  items.emplace_back(static_cast<uint32_t>(items.size()), idLow, idHigh, tag);
+  makeVector(building, tiles);
+  // Only a group changed since init could build a vector of another length.
+  if (building.m_cols != vectors.length()) throw std::logic_error("vector length changed");
+  append(SGroupItem(static_cast<uint32_t>(items.size()), idLow, idHigh, tag), building.m_data);
+}
+
+void CFeatureGroup::append(const SGroupItem& item, const float* vector) {
+  vectors.append(vector);
   try {
-    makeVector(items.back().vector, tiles);
+    items.push_back(item);
   } catch (...) {
-    items.pop_back();
+    vectors.popBack();
     throw;
   }
 }
 
-// score = (float)(d * scale), with d the double distance and scale widened to double.
+void CFeatureGroup::dropLast() {
+  items.pop_back();
+  vectors.popBack();
+}
+
 const std::vector<SClassifyResult>& CFeatureGroup::classify(const float* tiles, int mode) {
   if (items.empty()) throw std::string(kClassifyEmptyGroup);
   if (tiles == nullptr) missingFeature();
-  HeapMatrix<float> query;
-  makeVector(query, tiles);
+  CGroupScan scan(*this, tiles, mode, fastestScanForm());
   results.assign(items.size(), SClassifyResult());
-
-  uint32_t m = static_cast<uint32_t>(mode);
-  if (m > distanceRows.size()) m = 1;
-  // A mode equal to the number of rows, or a function list shorter than the rows (a kind
-  // above 5 in the table), leaves no distance to call: refused rather than read past a list.
-  if (m >= distanceRows.size() || m >= distanceFunctions.size()) {
-    throw std::string(kClassifyError);
-  }
-  const SDistanceRow& row = distanceRows[m];
-  const DistanceKernelMany many = distanceManyOf(distanceFunctions[m]);
-  if (many == nullptr) throw std::string(kClassifyError);
-  const double widenedScale = static_cast<double>(scale);
-
-  const float* stored[kScanChunk];
-  uint32_t storedLength[kScanChunk];
-  double distance[kScanChunk];
-  for (size_t start = 0; start < items.size(); start += kScanChunk) {
-    const size_t count = std::min(kScanChunk, items.size() - start);
+  float shares[kBlockLanes];
+  for (size_t block = 0; block < vectors.blockCount(); ++block) {
+    const size_t start = block * kBlockLanes;
+    const size_t count = std::min<size_t>(kBlockLanes, items.size() - start);
+    scan.scoreBlock(block, count, shares);
     for (size_t j = 0; j < count; ++j) {
-      const HeapMatrix<float>& v = items[start + j].vector;
-      stored[j] = v.m_data;
-      // A vector without a row (only a damaged stream leaves one) has nothing to compare.
-      storedLength[j] = v.m_rows == 0 ? 0 : v.m_cols;
-    }
-    many(stored, storedLength, count, query.m_data, query.m_cols, row.start, row.end,
-         binsPerTile, distance);
-    for (size_t j = 0; j < count; ++j) {
-      const SGroupItem& item = items[start + j];
-      // An index outside the list can only come from a damaged stream.
-      if (distance[j] == -1.0 || item.index >= results.size()) {
-        throw std::string(kClassifyError);
-      }
-      SClassifyResult& result = results[item.index];
-      result.idLow = item.idLow;
-      result.idHigh = item.idHigh;
-      result.score = static_cast<float>(distance[j] * widenedScale);
+      SClassifyResult& result = results[start + j];
+      result.idLow = items[start + j].idLow;
+      result.idHigh = items[start + j].idHigh;
+      result.score = shares[j];
     }
   }
   return results;
@@ -151,12 +132,12 @@ void CFeatureGroup::remove(uint32_t idLow, uint32_t idHigh, bool& found, uint32_
   if (position >= items.size()) throw std::string(kIndexNotFound);
   if (position + 1 != items.size()) {
     SGroupItem& gap = items[position];
-    SGroupItem& last = items.back();
+    const SGroupItem& last = items.back();
     gap.idLow = last.idLow;
     gap.idHigh = last.idHigh;
     gap.tag = last.tag;
     gap.index = position;
-    swapStorage(gap.vector, last.vector);
+    vectors.copyLastTo(position);
   }
-  items.pop_back();
+  dropLast();
 }

@@ -4,7 +4,8 @@
 // all of them with the distance its table gives for the mode.
 //
 // Stored vectors and queries go through the same makeVector, so they are always comparable;
-// the stored ones are kept ready, so a comparison costs only the distance loop.
+// the stored ones are kept ready, laid out for the scan (CVectorBlocks), so a comparison
+// costs only the distance loop.
 #ifndef ORVANE_DATABASE_CFEATUREGROUP_H_
 #define ORVANE_DATABASE_CFEATUREGROUP_H_
 
@@ -12,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "database/CVectorBlocks.h"
 #include "database/DistanceFunctions.h"
 #include "database/GroupMeans.h"
 #include "database/SClassifyResult.h"
@@ -39,8 +41,16 @@ class CFeatureGroup {
   void makeVector(HeapMatrix<float>& out, const float* tiles) const;
 
   // Appends an item with the next index, the id words and the vector of `tiles`. Refuses a
-  // missing feature (tiles null) and the id 0, 0; on any failure `items` is as before.
+  // missing feature (tiles null) and the id 0, 0; on any failure the group is as before.
   void add(const float* tiles, uint32_t idLow, uint32_t idHigh, uint32_t tag);
+
+  // Appends an item whose vector is ready.
+  // REQUIRES: vector holds vectors.length() floats.
+  void append(const SGroupItem& item, const float* vector);
+
+  // Drops the last item and its vector.
+  // REQUIRES: items is not empty.
+  void dropLast();
 
   // Scores the query tiles against every item with the distance of row `mode` (a mode above
   // the number of rows, a negative one included, uses row 1) and returns `results`, where
@@ -77,7 +87,11 @@ class CFeatureGroup {
   std::vector<DistanceFunction> distanceFunctions;
   HeapVector<float> normTable;
 
-  std::vector<SGroupItem> items;  // the stored vectors
+  std::vector<SGroupItem> items;  // the stored signatures' ids, by position
+  CVectorBlocks vectors;          // their vectors, by the same position
+
+ private:
+  HeapMatrix<float> building;  // the vector being added
 };
 
 #endif  // ORVANE_DATABASE_CFEATUREGROUP_H_

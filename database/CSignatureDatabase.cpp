@@ -6,6 +6,7 @@
 #include <istream>
 #include <ostream>
 
+#include "database/CGroupScan.h"
 #include "database/DatabaseErrors.h"
 #include "message/CSendMsg.h"
 #include "message/MessageErrors.h"
@@ -50,6 +51,9 @@ uint32_t orderKey(float score) {
 float scoreOfKey(uint32_t key) {
   return floatFromBits((key & 0x80000000u) != 0 ? key & 0x7fffffffu : ~key);
 }
+
+// Below count / kFewDivisor wanted results, a heap beats a partition of all entries.
+constexpr size_t kFewDivisor = 64;
 
 // Sorts entries (key << 32 | position) by key, stably: a least-significant-digit radix
 // sort over the key's four bytes, skipping a byte that all keys share. Entries that come in
@@ -146,7 +150,6 @@ CSignatureDatabase::~CSignatureDatabase() = default;
 void CSignatureDatabase::init(const std::vector<SFeatureGroupDef>& defs, uint32_t reserveCount) {
   clearAll();
   groups.resize(defs.size());
-  groupResults.resize(defs.size());
   for (size_t g = 0; g < defs.size(); ++g) groups[g].init(defs[g], reserveCount);
   setWeight(0, 50.0f);
   setWeight(1, 50.0f);
@@ -178,7 +181,7 @@ void CSignatureDatabase::addFeatures(const std::string& version, const FeatureTi
       }
     } catch (...) {
       // Even the group's own id check ends here: a caller sees only this text.
-      for (size_t g = 0; g < added; ++g) groups[g].items.pop_back();
+      for (size_t g = 0; g < added; ++g) groups[g].dropLast();
       throw std::string(kAddUnknownError);
     }
   } catch (const std::exception& e) {
@@ -195,9 +198,11 @@ void CSignatureDatabase::removeSignature(uint32_t idLow, uint32_t idHigh) {
 void CSignatureDatabase::clearAll() {
   for (CFeatureGroup& group : groups) {
     group.items.clear();
+    group.vectors.clear();
     group.results.clear();
   }
   finalResults.clear();
+  std::vector<float>().swap(scores);
 }
 
 uint32_t CSignatureDatabase::itemCount() const {
@@ -206,51 +211,103 @@ uint32_t CSignatureDatabase::itemCount() const {
 }
 
 const std::vector<SClassifyResult>& CSignatureDatabase::classifyFloat(
-    const CAudioSignMulti& signature, int mode, DistanceFunction chosen) {
-  return classifyFeatures(versionOf(signature), featuresOf(signature), mode, chosen);
+    const CAudioSignMulti& signature, int mode, DistanceFunction chosen, const SRankCut& cut) {
+  return classifyFeatures(versionOf(signature), featuresOf(signature), mode, chosen, cut);
 }
 
-// score_i = (((0 + s_0i) + s_1i) + s_2i) + s_3i, each addition rounded to float, groups in
-// order. The ranking is ascending by score and stable: equal scores keep the order of the
-// items, so a ranking is reproducible run after run.
 const std::vector<SClassifyResult>& CSignatureDatabase::classifyFeatures(
     const std::string& version, const FeatureTiles& tiles, int mode,
-    DistanceFunction /*chosen*/) {
+    DistanceFunction /*chosen*/, const SRankCut& cut) {
   try {
     requireKnownVersion(version);
     if (groups.empty()) throw std::string(kClassifyWithoutInit);
     if (groups[0].items.empty()) throw std::string(kClassifyNoItems);
-    groupResults.resize(groups.size());
-    for (size_t g = 0; g < groups.size(); ++g) {
-      CFeatureGroup& group = groups[g];
-      group.classify(tiles(group.featureName, group.tileValues()), mode);
-      // The group's list moves over instead of being copied: a copy would add a pass over
-      // every item per group to the scan. The group's own list is refilled by its next
-      // classification before anything reads it.
-      groupResults[g].swap(group.results);
-      // Groups out of step (only a damaged stream leaves them so) cannot be summed.
-      if (groupResults[g].size() != groupResults[0].size()) {
-        throw std::string(kClassifyUnknownError);
-      }
-    }
-    const std::vector<SClassifyResult>& ids = groupResults[0];
-    std::vector<uint64_t> ranked(ids.size());
-    for (size_t i = 0; i < ids.size(); ++i) {
-      float score = 0.0f;
-      for (const std::vector<SClassifyResult>& results : groupResults) score += results[i].score;
-      ranked[i] = uint64_t{orderKey(score)} << 32 | i;
-    }
-    sortByKeyStably(ranked);
-    finalResults.resize(ids.size());
-    for (size_t j = 0; j < ranked.size(); ++j) {
-      finalResults[j] = ids[static_cast<uint32_t>(ranked[j])];
-      finalResults[j].score = scoreOfKey(static_cast<uint32_t>(ranked[j] >> 32));
-    }
+    scoreAll(tiles, mode);
+    rank(cut);
     return finalResults;
   } catch (const std::string&) {
     throw;
   } catch (...) {
     throw std::string(kClassifyUnknownError);
+  }
+}
+
+// score_i = (((0 + s_0i) + s_1i) + s_2i) + s_3i, each addition rounded to float, groups in
+// order, s_gi the share of group g. One pass over the stored vectors: every block is scored
+// by all groups before the next is read.
+void CSignatureDatabase::scoreAll(const FeatureTiles& tiles, int mode) {
+  const size_t count = groups[0].items.size();
+  std::vector<CGroupScan> scans;
+  scans.reserve(groups.size());
+  for (CFeatureGroup& group : groups) {
+    if (group.items.empty()) throw std::string(kClassifyEmptyGroup);
+    const float* query = tiles(group.featureName, group.tileValues());
+    if (query == nullptr) throw std::string(kClassifyUnknownError);
+    scans.emplace_back(group, query, mode, scanForm);
+    // Groups out of step (only a damaged stream leaves them so) cannot be summed.
+    if (group.items.size() != count) throw std::string(kClassifyUnknownError);
+  }
+  scores.resize(count);
+  float shares[kBlockLanes];
+  for (size_t start = 0; start < count; start += kBlockLanes) {
+    const size_t lanes = std::min<size_t>(kBlockLanes, count - start);
+    float* score = scores.data() + start;
+    std::fill_n(score, lanes, 0.0f);
+    for (CGroupScan& scan : scans) {
+      scan.scoreBlock(start / kBlockLanes, lanes, shares);
+      for (size_t j = 0; j < lanes; ++j) score[j] += shares[j];
+    }
+  }
+}
+
+// Entries (key << 32 | position) order like the full stable ranking, and are all distinct:
+// the n smallest of them are the first n of that ranking.
+void CSignatureDatabase::rank(const SRankCut& cut) {
+  const size_t count = scores.size();
+  const auto entryOf = [this](size_t i) { return uint64_t{orderKey(scores[i])} << 32 | i; };
+  std::vector<uint64_t> entries;
+  if (cut.samePhotoOnly) {
+    for (size_t i = 0; i < count; ++i) {
+      if (static_cast<double>(scores[i]) <= kSamePhotoThreshold) entries.push_back(entryOf(i));
+    }
+    sortByKeyStably(entries);
+  } else if (cut.maxResults != 0 && cut.maxResults < count) {
+    const size_t wanted = cut.maxResults;
+    if (wanted <= count / kFewDivisor) {
+      // A few: the best so far in a heap whose top is the worst of them.
+      entries.reserve(wanted);
+      for (size_t i = 0; i < count; ++i) {
+        const uint64_t entry = entryOf(i);
+        if (entries.size() < wanted) {
+          entries.push_back(entry);
+          std::push_heap(entries.begin(), entries.end());
+        } else if (entry < entries.front()) {
+          std::pop_heap(entries.begin(), entries.end());
+          entries.back() = entry;
+          std::push_heap(entries.begin(), entries.end());
+        }
+      }
+    } else {
+      entries.resize(count);
+      for (size_t i = 0; i < count; ++i) entries[i] = entryOf(i);
+      std::nth_element(entries.begin(), entries.begin() + wanted, entries.end());
+      entries.resize(wanted);
+    }
+    std::sort(entries.begin(), entries.end());
+  } else {
+    entries.resize(count);
+    for (size_t i = 0; i < count; ++i) entries[i] = entryOf(i);
+    sortByKeyStably(entries);
+  }
+  const std::vector<SGroupItem>& ids = groups[0].items;
+  finalResults.resize(entries.size());
+  for (size_t j = 0; j < entries.size(); ++j) {
+    const SGroupItem& item = ids[static_cast<uint32_t>(entries[j])];
+    SClassifyResult& result = finalResults[j];
+    result = SClassifyResult();
+    result.idLow = item.idLow;
+    result.idHigh = item.idHigh;
+    result.score = scoreOfKey(static_cast<uint32_t>(entries[j] >> 32));
   }
 }
 
@@ -312,15 +369,17 @@ void CSignatureDatabase::pack() {
     out.put(group.scale);
     out.put(unsigned{group.reserved});
     out.put(static_cast<int>(group.items.size()));
-    for (SGroupItem& item : group.items) {
-      const HeapMatrix<float>& vector = item.vector;
+    const uint32_t columns = group.vectors.length();
+    std::vector<float> vector(columns);
+    for (size_t position = 0; position < group.items.size(); ++position) {
+      const SGroupItem& item = group.items[position];
       out.put(MsgUInt32(item.index));
       out.put(static_cast<int64_t>(uint64_t{item.idHigh} << 32 | item.idLow));
       out.put(static_cast<int>(item.tag));
-      out.put(unsigned{vector.m_cols});
-      out.put(unsigned{vector.m_rows});
-      const uint64_t entries = uint64_t{vector.m_rows} * vector.m_cols;
-      for (uint64_t i = 0; i < entries; ++i) out.put(vector.m_data[i]);
+      out.put(unsigned{columns});
+      out.put(1u);
+      group.vectors.read(position, vector.data());
+      for (float entry : vector) out.put(entry);
     }
   }
 }
@@ -332,9 +391,7 @@ size_t CSignatureDatabase::packedSize() const {
   bytes += kCountBytes + weights.size() * kWeightBytes + kCountBytes;
   for (const CFeatureGroup& group : groups) {
     bytes += kGroupBytes;
-    for (const SGroupItem& item : group.items) {
-      bytes += kItemHeadBytes + size_t{item.vector.m_rows} * item.vector.m_cols * kEntryBytes;
-    }
+    bytes += group.items.size() * (kItemHeadBytes + size_t{group.vectors.length()} * kEntryBytes);
   }
   return bytes + 1;
 }
@@ -368,10 +425,10 @@ void CSignatureDatabase::unpack() {
     group.scale = in.get(float{});
     in.get(unsigned{});  // the reserved word: its value means nothing
     // Every stored vector has the shape makeVector gives a query: one row of this length.
-    const uint64_t columns =
-        (uint64_t{group.tilesX} * group.tilesY + group.meanRows) * group.binsPerTile;
-    const uint32_t itemCount = boundedCount(static_cast<uint32_t>(in.get(int{})),
-                                            kItemHeadBytes + columns * kEntryBytes, messageBytes);
+    std::vector<float> vector(group.vectors.length());
+    const uint32_t itemCount =
+        boundedCount(static_cast<uint32_t>(in.get(int{})),
+                     kItemHeadBytes + vector.size() * kEntryBytes, messageBytes);
     group.items.reserve(itemCount);
     for (uint32_t position = 0; position < itemCount; ++position) {
       SGroupItem item;
@@ -382,12 +439,11 @@ void CSignatureDatabase::unpack() {
       item.tag = static_cast<uint32_t>(in.get(int{}));
       const uint32_t itemColumns = in.get(unsigned{});
       const uint32_t itemRows = in.get(unsigned{});
-      if (item.index != position || itemRows != 1 || itemColumns != columns) {
+      if (item.index != position || itemRows != 1 || itemColumns != vector.size()) {
         throw std::string(kErrorInProtocol);
       }
-      item.vector.Resize(itemRows, itemColumns);
-      for (uint32_t i = 0; i < itemColumns; ++i) item.vector.m_data[i] = in.get(float{});
-      group.items.push_back(std::move(item));
+      for (float& entry : vector) entry = in.get(float{});
+      group.append(item, vector.data());
     }
   }
 }

@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "database/BlockKernels.h"
 #include "database/CFeatureGroup.h"
 #include "database/CMessageObject.h"
 #include "database/DistanceFunctions.h"
@@ -27,6 +28,12 @@
 #include "database/SFeatureGroupDef.h"
 #include "database/SGroupWeight.h"
 #include "signature/CAudioSignMulti.h"
+
+// What a caller will read of a ranking; only that much is put in order.
+struct SRankCut {
+  uint32_t maxResults = 0;     // the best this many; 0 for all
+  bool samePhotoOnly = false;  // only the scores of at most 0.07, whatever maxResults says
+};
 
 class CSignatureDatabase : public CMessageObject {
  public:
@@ -68,20 +75,23 @@ class CSignatureDatabase : public CMessageObject {
   uint32_t itemCount() const;
 
   // Scores every stored signature against the query in `mode` and returns them ranked,
-  // lowest score first; equal scores keep the order of the items. The reference stays valid
-  // until the next classification or clearAll. `chosen` is accepted for the exported
-  // layer's sake and has no effect: each group's own table decides the distance. Fails with
-  // "Wrong Feature Version", "classifyFloat without database initialized", "classifyFloat
-  // with 0 items in databases", "classify called to empty database", "Error classifing" (a
-  // stored vector of another length) or "classifyFloat Error Unknown Error" (a missing or
-  // short feature, anything else); the previous results then stay.
+  // lowest score first; equal scores keep the order of the items. Only the leading entries
+  // that `cut` names are returned. The reference stays valid until the next classification
+  // or clearAll. `chosen` is accepted for the exported layer's sake and has no effect: each
+  // group's own table decides the distance. Fails with "Wrong Feature Version",
+  // "classifyFloat without database initialized", "classifyFloat with 0 items in
+  // databases", "classify called to empty database", "Error classifing" (a row that leaves
+  // no distance) or "classifyFloat Error Unknown Error" (a missing or short feature, groups
+  // out of step, anything else); the previous results then stay.
   const std::vector<SClassifyResult>& classifyFloat(const CAudioSignMulti& signature, int mode,
-                                                    DistanceFunction chosen);
+                                                    DistanceFunction chosen,
+                                                    const SRankCut& cut = SRankCut());
 
   // classifyFloat for a query given as its "VER" text and its features.
   const std::vector<SClassifyResult>& classifyFeatures(const std::string& version,
                                                        const FeatureTiles& tiles, int mode,
-                                                       DistanceFunction chosen);
+                                                       DistanceFunction chosen,
+                                                       const SRankCut& cut = SRankCut());
 
   // Sets the weight of `key` from `percent` (clamped to 0..100, then / 100, and a fifth of
   // that for key 1) and refreshes the scale of every group.
@@ -118,12 +128,20 @@ class CSignatureDatabase : public CMessageObject {
   std::map<int32_t, SGroupWeight> weights;
   std::vector<CFeatureGroup> groups;
   std::vector<std::string> versions;
-  std::vector<std::vector<SClassifyResult>> groupResults;
   std::vector<SClassifyResult> finalResults;
+  // The form of the scan's kernels: the fastest by default; both give the same bits.
+  ScanForm scanForm = fastestScanForm();
 
  private:
+  // Sums every item's group shares into `scores`, block by block.
+  void scoreAll(const FeatureTiles& tiles, int mode);
+  // Puts the entries of `scores` that `cut` names into finalResults, ranked.
+  void rank(const SRankCut& cut);
   size_t packedSize() const;
   void requireKnownVersion(const std::string& version) const;
+
+  // The score of every item of the last classification, by position.
+  std::vector<float> scores;
 };
 
 #endif  // ORVANE_DATABASE_CSIGNATUREDATABASE_H_

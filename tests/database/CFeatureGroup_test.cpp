@@ -187,7 +187,7 @@ TEST(FeatureGroupTest, RefusalsLeaveTheGroupAsItWas) {
   EXPECT_TRUE(g.items.empty());
   g.add(tiles.data(), 0, 1, 9);  // a high word alone is an id
   EXPECT_THROW(g.classify(nullptr, 0), std::invalid_argument);
-  g.items[0].vector.Resize(1, 191);  // refused by the length-checking kind
+  g.distanceRows[1].end = 193;  // a range past the end of every vector
   EXPECT_EQ(thrownText([&] { g.classify(tiles.data(), 1); }), "Error classifing");
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "database/DistanceKernels.h"
 #include "feature/CFeatureObject.h"
 #include "signature/CAudioSignMulti.h"
 #include "signature/CSignDataMulti.h"
@@ -258,6 +259,109 @@ TEST_F(SignatureDatabaseTest, RankingIsAscendingAndStableOnTies) {
   db.removeSignature(50, 0);
   EXPECT_EQ(storedIds(), (std::vector<uint32_t>{40, 20, 30}));
   EXPECT_EQ(firstTwo(), (std::vector<uint32_t>{40, 20}));
+}
+
+// Histogram-like tiles from a seed; a small `nudge` moves every value a little, so that a
+// nudged photo scores near its original without tying with it.
+SFakeSignature variedPhoto(uint32_t seed, float nudge = 0.0f) {
+  SFakeSignature s;
+  uint32_t state = seed * 2654435761u + 7;
+  const std::pair<const char*, uint32_t> shapes[] = {
+      {"EDG", 96}, {"HUE", 144}, {"SAT", 36}, {"VAL", 36}};
+  for (const auto& shape : shapes) {
+    for (uint32_t i = 0; i < shape.second; ++i) {
+      state = state * 1664525u + 1013904223u;
+      const float v = static_cast<float>(state >> 8) / static_cast<float>(1 << 24);
+      s.features[shape.first].push_back(v * v / 4.0f + nudge * static_cast<float>(i % 5));
+    }
+  }
+  return s;
+}
+
+// A few thousand photos, some stored twice (ties), scored as an independent reference does
+// it (the one-vector kernels, shares summed in float, a stable sort), in both scan forms,
+// through every kind of cut, and again after removals and additions.
+TEST_F(SignatureDatabaseTest, ScanMatchesTheKernelsInBothFormsAndEveryCut) {
+  std::vector<SFakeSignature> photos;
+  for (uint32_t seed = 0; seed < 2990; ++seed) photos.push_back(variedPhoto(seed));
+  for (uint32_t seed = 0; seed < 10; ++seed) photos.push_back(variedPhoto(seed * 7, 0.0002f));
+  std::vector<std::pair<uint32_t, size_t>> stored;  // id and photo, by position
+  for (size_t p = 0; p < photos.size() + 40; ++p) {
+    stored.emplace_back(static_cast<uint32_t>(p + 1), p % photos.size());
+    add(photos[stored.back().second], stored.back().first);
+  }
+  const auto reference = [&](const SFakeSignature& query, int mode) {
+    std::vector<std::pair<float, uint32_t>> ranked;
+    std::vector<HeapMatrix<float>> queries(4);
+    for (size_t g = 0; g < 4; ++g) {
+      db.groups[g].makeVector(queries[g], query.features.at(db.groups[g].featureName).data());
+    }
+    for (const auto& [id, p] : stored) {
+      float score = 0.0f;
+      for (size_t g = 0; g < 4; ++g) {
+        const CFeatureGroup& group = db.groups[g];
+        HeapMatrix<float> v;
+        group.makeVector(v, photos[p].features.at(group.featureName).data());
+        const SDistanceRow& row = group.distanceRows[mode];
+        const DistanceKernel kernel =
+            row.kind == 0 ? windowedCumulativeDifference : meanAbsoluteDifference;
+        const double d = kernel(v.m_data, v.m_cols, queries[g].m_data, v.m_cols, row.start,
+                                row.end, group.binsPerTile);
+        score += static_cast<float>(d * static_cast<double>(group.scale));
+      }
+      ranked.emplace_back(score, id);
+    }
+    std::stable_sort(ranked.begin(), ranked.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    return ranked;
+  };
+  const auto expectPrefix = [](const std::vector<SClassifyResult>& results,
+                               const std::vector<std::pair<float, uint32_t>>& ranked,
+                               size_t count) {
+    ASSERT_EQ(results.size(), count);
+    for (size_t i = 0; i < count; ++i) {
+      ASSERT_EQ(results[i].idLow, ranked[i].second) << i;
+      ASSERT_EQ(results[i].score, ranked[i].first) << i;
+    }
+  };
+  const auto checkAll = [&] {
+    for (size_t q : {size_t{14}, size_t{2990}, size_t{500}}) {
+      for (int mode : {0, 1}) {
+        SCOPED_TRACE(testing::Message() << "query " << q << " mode " << mode);
+        const auto ranked = reference(photos[q], mode);
+        for (ScanForm form : {ScanForm::kPortable, ScanForm::kAvx2}) {
+          db.scanForm = form;
+          const auto cut = [&](uint32_t maxResults, bool samePhotoOnly) {
+            return db.classifyFeatures("V6", photos[q].tiles(), mode, nullptr,
+                                       SRankCut{maxResults, samePhotoOnly});
+          };
+          expectPrefix(classify(photos[q], mode), ranked, ranked.size());
+          for (uint32_t n : {1u, 7u, 46u, 47u, 2999u}) expectPrefix(cut(n, false), ranked, n);
+          expectPrefix(cut(5000, false), ranked, ranked.size());
+          const std::vector<SClassifyResult> same = cut(1, true);
+          expectPrefix(same, ranked,
+                       CSignatureDatabase::countBelowThreshold(classify(photos[q], mode)));
+          if (q != 500) {
+            EXPECT_GE(same.size(), 2u);  // the photo stored twice, or with its nudged twin
+          }
+        }
+      }
+    }
+  };
+  checkAll();
+  for (uint32_t id : {1u, 3030u, 2000u, 17u, 3011u}) {
+    db.removeSignature(id, 0);
+    const auto at = std::find_if(stored.begin(), stored.end(),
+                                 [id](const auto& entry) { return entry.first == id; });
+    *at = stored.back();
+    stored.pop_back();
+  }
+  for (uint32_t id : {1u, 9001u}) {
+    stored.emplace_back(id, id % photos.size());
+    add(photos[stored.back().second], id);
+  }
+  EXPECT_EQ(storedIds().size(), stored.size());
+  checkAll();
 }
 
 TEST(SignatureDatabaseThresholdTest, CountsLeadingScoresUpToTheDoubleThreshold) {
