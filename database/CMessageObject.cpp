@@ -16,7 +16,8 @@ CMessageObject::~CMessageObject() = default;
 
 const unsigned char* CMessageObject::sendToBuffer() {
   message.reset();
-  message.reset(new CSendMsg);
+  auto* sending = new CSendMsg;
+  message.reset(sending);
   prepare();
   if (direction == 0) {
     pack();
@@ -25,7 +26,9 @@ const unsigned char* CMessageObject::sendToBuffer() {
   }
   message->terminate();
   message->finish(tag);
-  return message->getBuffer();
+  // The message's own bytes: a copy of a large store's message would double the memory
+  // that a save holds.
+  return sending->data();
 }
 
 unsigned CMessageObject::messageSize() const {
@@ -37,7 +40,7 @@ int CMessageObject::receiveFromBuffer(const unsigned char* bytes, unsigned size)
   return receive([&](CReceiveMsg& receiving) { receiving.setBuffer(bytes, size); });
 }
 
-int CMessageObject::receiveFromBuffer(std::vector<unsigned char>&& bytes) {
+int CMessageObject::receiveFromBuffer(MsgBytes&& bytes) {
   return receive([&](CReceiveMsg& receiving) { receiving.takeBuffer(std::move(bytes)); });
 }
 

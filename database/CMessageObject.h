@@ -7,9 +7,9 @@
 
 #include <functional>
 #include <memory>
-#include <vector>
 
 #include "message/CMsgBase.h"
+#include "message/MsgBytes.h"
 
 class CReceiveMsg;
 
@@ -29,7 +29,7 @@ class CMessageObject {
   virtual void unpack() = 0;
 
   // Packs the object into a new finished message and returns its bytes, which stay with this
-  // object; their count is messageSize().
+  // object (the message's own, not a copy of them); their count is messageSize().
   const unsigned char* sendToBuffer();
   // Bytes of the last message. Throws "socket not initialized" when there is none.
   unsigned messageSize() const;
@@ -39,7 +39,7 @@ class CMessageObject {
   int receiveFromBuffer(const unsigned char* bytes, unsigned size);
   // The same, taking the bytes over instead of copying them.
   // REQUIRES: fewer than 2^32 bytes.
-  int receiveFromBuffer(std::vector<unsigned char>&& bytes);
+  int receiveFromBuffer(MsgBytes&& bytes);
 
  protected:
   // 0: pack on send and unpack on receive; otherwise the other way round.

@@ -100,19 +100,19 @@ std::streamoff bytesLeft(std::istream& in) {
 // Up to `length` bytes of the stream, fewer if it ends before. A stream that knows its
 // size is read in one piece; any other in bounded chunks, so that a false length never
 // allocates more than is really there.
-std::vector<unsigned char> readUpTo(std::istream& in, uint32_t length) {
+MsgBytes readUpTo(std::istream& in, uint32_t length) {
   const std::streamoff left = bytesLeft(in);
   if (left >= 0) {
-    std::vector<unsigned char> bytes(std::min<uint64_t>(length, static_cast<uint64_t>(left)));
+    MsgBytes bytes(std::min<uint64_t>(length, static_cast<uint64_t>(left)));
     in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     bytes.resize(static_cast<size_t>(in.gcount()));
     return bytes;
   }
-  std::vector<std::vector<unsigned char>> chunks;
+  std::vector<MsgBytes> chunks;
   size_t total = 0;
   while (total < length) {
     const size_t wanted = std::min<size_t>(kReadChunk, length - total);
-    std::vector<unsigned char> chunk(wanted);
+    MsgBytes chunk(wanted);
     in.read(reinterpret_cast<char*>(chunk.data()), static_cast<std::streamsize>(wanted));
     const auto got = static_cast<size_t>(in.gcount());
     chunk.resize(got);
@@ -120,11 +120,11 @@ std::vector<unsigned char> readUpTo(std::istream& in, uint32_t length) {
     chunks.push_back(std::move(chunk));
     if (got < wanted) break;
   }
-  std::vector<unsigned char> bytes;
+  MsgBytes bytes;
   bytes.reserve(total);
-  for (std::vector<unsigned char>& chunk : chunks) {
+  for (MsgBytes& chunk : chunks) {
     bytes.insert(bytes.end(), chunk.begin(), chunk.end());
-    std::vector<unsigned char>().swap(chunk);
+    MsgBytes().swap(chunk);
   }
   return bytes;
 }
@@ -379,7 +379,7 @@ void CSignatureDatabase::pack() {
       out.put(unsigned{columns});
       out.put(1u);
       group.vectors.read(position, vector.data());
-      for (float entry : vector) out.put(entry);
+      out.putFloats(vector.data(), vector.size());
     }
   }
 }
@@ -442,7 +442,7 @@ void CSignatureDatabase::unpack() {
       if (item.index != position || itemRows != 1 || itemColumns != vector.size()) {
         throw std::string(kErrorInProtocol);
       }
-      for (float& entry : vector) entry = in.get(float{});
+      in.getFloats(vector.data(), vector.size());
       group.append(item, vector.data());
     }
   }

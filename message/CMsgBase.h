@@ -6,6 +6,7 @@
 #ifndef ORVANE_MESSAGE_CMSGBASE_H_
 #define ORVANE_MESSAGE_CMSGBASE_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -57,6 +58,9 @@ class CMsgBase {
   virtual void setBuffer(const unsigned char* data, unsigned length) = 0;
   // Bytes of the message.
   virtual unsigned size() const = 0;
+  // `count` floats, each its own item exactly as the float slot passes it, in one call:
+  // sending appends them; receiving overwrites them with the next values read.
+  virtual void passFloats(float* values, std::size_t count) = 0;
 
   template <typename T>
   T put(T value) {
@@ -77,6 +81,8 @@ class CMsgBase {
   std::string& putString(std::string& text) { return passString(text); }
   std::string& getString(std::string& text) { return passString(text); }
   unsigned char* putBlob(unsigned char*& data, unsigned& length) { return passBlob(data, length); }
+  void putFloats(float* values, std::size_t count) { passFloats(values, count); }
+  void getFloats(float* values, std::size_t count) { passFloats(values, count); }
   unsigned char* getBlob(unsigned char*& data, unsigned& length) { return passBlob(data, length); }
 
  protected:

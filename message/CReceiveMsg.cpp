@@ -60,6 +60,21 @@ unsigned char CReceiveMsg::pass(unsigned char) { return next<unsigned char>(); }
 char CReceiveMsg::pass(char) { return next<char>(); }
 bool CReceiveMsg::pass(bool) { return next<bool>(); }
 
+// A float item that ends before the buffer's last byte is read by the float slot as its
+// bits: the sweep takes those, and leaves anything else (the end of the message, an item
+// ending exactly at the buffer's end, another tag or length) to the slot itself.
+void CReceiveMsg::passFloats(float* values, std::size_t count) {
+  std::size_t i = 0;
+  const unsigned char* bytes = buffer.data();
+  for (; i < count && readPos < buffer.size() && buffer.size() - readPos > kFloatItemSize; ++i) {
+    const unsigned char* item = bytes + readPos;
+    if (std::memcmp(item, kFloatItemHead, kItemHeadSize) != 0) break;
+    values[i] = floatFromBits(loadBigEndian32(item + kItemHeadSize));
+    readPos += kFloatItemSize;
+  }
+  for (; i < count; ++i) values[i] = next<float>();
+}
+
 unsigned char* CReceiveMsg::passBlob(unsigned char*& data, unsigned& length) {
   const std::size_t end = itemEnd();
   if (end == 0) {
@@ -115,7 +130,7 @@ void CReceiveMsg::setBuffer(const unsigned char* data, unsigned length) {
   readPos = 0;
 }
 
-void CReceiveMsg::takeBuffer(std::vector<unsigned char>&& bytes) {
+void CReceiveMsg::takeBuffer(MsgBytes&& bytes) {
   buffer = std::move(bytes);
   readPos = 0;
 }

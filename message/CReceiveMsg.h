@@ -7,9 +7,9 @@
 #define ORVANE_MESSAGE_CRECEIVEMSG_H_
 
 #include <cstddef>
-#include <vector>
 
 #include "message/CMsgBase.h"
+#include "message/MsgBytes.h"
 
 class CReceiveMsg : public CMsgBase {
  public:
@@ -44,8 +44,12 @@ class CReceiveMsg : public CMsgBase {
   void setBuffer(const unsigned char* data, unsigned length) override;
   // As setBuffer, taking the bytes over instead of copying them.
   // REQUIRES: fewer than 2^32 bytes.
-  void takeBuffer(std::vector<unsigned char>&& bytes);
+  void takeBuffer(MsgBytes&& bytes);
   unsigned size() const override;
+  // Gives exactly what `count` reads of the float slot give, one after another (an end of
+  // the message, a damaged item or another tag included); a run of well-formed float items
+  // is taken in one sweep.
+  void passFloats(float* values, std::size_t count) override;
 
  private:
   // The end of the item at readPos, or 0 at the end of the message. Throws
@@ -57,7 +61,7 @@ class CReceiveMsg : public CMsgBase {
   template <typename Bytes>
   Bytes& replaceByBlob(Bytes& bytes);
 
-  std::vector<unsigned char> buffer;
+  MsgBytes buffer;
   // Offset of the next item.
   std::size_t readPos = 0;
 };

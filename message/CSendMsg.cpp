@@ -23,7 +23,10 @@ constexpr std::size_t kMaxMessageSize = 0xFFFFFFFFu;
 
 CSendMsg::~CSendMsg() = default;
 
-void CSendMsg::reset() { used = 0; }
+void CSendMsg::reset() {
+  start = kFrontRoom;
+  used = 0;
+}
 
 // Sizes and lengths of a message are 32-bit: a message may not grow past that.
 // A large message grows by half its size at a time, not by doubling: while the old and the
@@ -31,18 +34,18 @@ void CSendMsg::reset() { used = 0; }
 void CSendMsg::extend(std::size_t count) {
   if (count > kMaxMessageSize - used) throw std::length_error(kMessageTooLarge);
   const std::size_t room = buffer.size() + buffer.size() / 2;
-  buffer.resize(std::max(used + count, std::min(room, kMaxMessageSize)));
+  buffer.resize(std::max(start + used + count, std::min(room, start + kMaxMessageSize)));
 }
 
 unsigned char* CSendMsg::grow(std::size_t count) {
-  if (count > buffer.size() - used) extend(count);
-  unsigned char* at = buffer.data() + used;
+  if (start + used + count > buffer.size()) extend(count);
+  unsigned char* at = buffer.data() + start + used;
   used += count;
   return at;
 }
 
 void CSendMsg::reserve(std::size_t bytes) {
-  if (bytes > buffer.size()) buffer.resize(std::min(bytes, kMaxMessageSize));
+  if (bytes > buffer.size()) buffer.resize(std::min(bytes, kFrontRoom + kMaxMessageSize));
 }
 
 template <typename T>
@@ -86,12 +89,30 @@ unsigned char* CSendMsg::passBlob(unsigned char*& data, unsigned& length) {
 
 void CSendMsg::terminate() { *grow(1) = kEndMark; }
 
+// A float item as the float slot writes it: tag "3", L = 4, the bits big-endian.
+void CSendMsg::passFloats(float* values, std::size_t count) {
+  if (count > (kMaxMessageSize - used) / kFloatItemSize) {
+    throw std::length_error(kMessageTooLarge);
+  }
+  unsigned char* at = grow(count * kFloatItemSize);
+  for (std::size_t i = 0; i < count; ++i, at += kFloatItemSize) {
+    std::memcpy(at, kFloatItemHead, kItemHeadSize);
+    storeBigEndian32(at + kItemHeadSize, floatBits(values[i]));
+  }
+}
+
 void CSendMsg::finish(const unsigned char* header) {
   const unsigned bodyLength = size();
-  grow(kHeaderSize + kLengthSize);
-  std::memmove(buffer.data() + kHeaderSize + kLengthSize, buffer.data(), bodyLength);
-  std::memcpy(buffer.data(), header, kHeaderSize);
-  storeBigEndian32(buffer.data() + kHeaderSize, bodyLength);
+  if (start >= kHeaderSize + kLengthSize) {
+    start -= kHeaderSize + kLengthSize;
+    used += kHeaderSize + kLengthSize;
+  } else {
+    grow(kHeaderSize + kLengthSize);
+    std::memmove(buffer.data() + start + kHeaderSize + kLengthSize, buffer.data() + start,
+                 bodyLength);
+  }
+  std::memcpy(buffer.data() + start, header, kHeaderSize);
+  storeBigEndian32(buffer.data() + start + kHeaderSize, bodyLength);
 }
 
 int CSendMsg::checkHeader(const unsigned char*) { return 0; }
@@ -99,7 +120,7 @@ int CSendMsg::checkHeader(const unsigned char*) { return 0; }
 const unsigned char* CSendMsg::getBuffer() {
   // The new block is made before the old one goes, so the two are never the same.
   std::unique_ptr<unsigned char[]> copy(new unsigned char[used]);
-  if (used != 0) std::memcpy(copy.get(), buffer.data(), used);
+  if (used != 0) std::memcpy(copy.get(), data(), used);
   scratch = std::move(copy);
   return scratch.get();
 }

@@ -6,11 +6,14 @@
 #define ORVANE_MESSAGE_CSENDMSG_H_
 
 #include <cstddef>
-#include <vector>
 
 #include "message/CMsgBase.h"
+#include "message/MsgBytes.h"
 
 class CSendMsg : public CMsgBase {
+  // Header and body length.
+  static constexpr std::size_t kFrontRoom = 9;
+
  public:
   CSendMsg() = default;
   ~CSendMsg() override;
@@ -41,10 +44,14 @@ class CSendMsg : public CMsgBase {
   // Throws "CSendMsg::setBuffer not allowed".
   void setBuffer(const unsigned char* data, unsigned length) override;
   unsigned size() const override;
+  void passFloats(float* values, std::size_t count) override;
 
   // Makes room for a message of `bytes` bytes in all, header included, so that a sender
   // that knows its size in advance never has the buffer copied as it grows.
   void reserve(std::size_t bytes);
+  // The message itself, size() bytes, valid until the next call that changes it: unlike
+  // getBuffer, no copy.
+  const unsigned char* data() const { return buffer.empty() ? nullptr : buffer.data() + start; }
 
  private:
   template <typename T>
@@ -55,8 +62,11 @@ class CSendMsg : public CMsgBase {
   unsigned char* grow(std::size_t count);
   void extend(std::size_t count);
 
-  // The message is the first `used` bytes; the rest is room to grow into.
-  std::vector<unsigned char> buffer;
+  // The message is the `used` bytes from `start`; the rest is room to grow into. Until the
+  // first finish, `start` keeps room for the header and body length in front of the items,
+  // so that finishing does not move them.
+  MsgBytes buffer;
+  std::size_t start = kFrontRoom;
   std::size_t used = 0;
 };
 

@@ -19,6 +19,10 @@ inline constexpr unsigned char kTagWords16 = '6';
 inline constexpr unsigned char kTagWords32 = '7';
 inline constexpr unsigned char kTagWords64 = '8';
 
+// A float's item: tag "3", L = 4, then its bits.
+inline constexpr unsigned char kFloatItemHead[kItemHeadSize] = {kTagWord32, 0, 0, 0, 4};
+inline constexpr std::size_t kFloatItemSize = kItemHeadSize + 4;
+
 // Bytes per number (tags "1" to "4") or per element (tags "5" to "8"); 0 for any other byte.
 inline constexpr unsigned msgTagWidth(unsigned char tag) {
   switch (tag) {

@@ -101,4 +101,40 @@ TEST(CReceiveMsgTest, DamagedItemThrowsAndStaysPut) {
   EXPECT_EQ(thrownText([&] { message.get(int{}); }), "Error in Protocol");
 }
 
+// A sweep over floats reads exactly what as many float reads do, wherever the run of
+// well-formed float items breaks off: the values, the failure and the position after it.
+TEST(CReceiveMsgTest, FloatSweepReadsLikeOneReadPerFloat) {
+  const std::string head = "4F 52 56 31 00 00 00 00 00 ";
+  const std::string one = "33 00 00 00 04 3F 80 00 00 ", two = "33 00 00 00 04 40 00 00 00 ";
+  const char* const tails[] = {
+      "58",                                  // the end mark after the run
+      "",                                    // the last item ends at the buffer's end
+      "34 00 00 00 08 00 00 00 00 40 40 00 00 58",  // a 64-bit item: its low word's bits
+      "31 00 00 00 01 07 58",                // a byte item: converted as a number
+      "33 00 00 00 05 00 00 00 00 00 58",    // a float item of the wrong width
+      "33 00 00 00 04 40",                   // cut inside the item
+      "35 00 00 00 01 61 58",                // a text item
+  };
+  for (const char* tail : tails) {
+    for (size_t count : {size_t{1}, size_t{3}, size_t{5}}) {
+      SCOPED_TRACE(testing::Message() << tail << " / " << count);
+      CReceiveMsg swept, oneByOne;
+      load(swept, head + one + two + tail);
+      load(oneByOne, head + one + two + tail);
+      std::vector<float> sweep(count, -1.0f), single(count, -1.0f);
+      const std::string sweepFailure = thrownText([&] { swept.getFloats(sweep.data(), count); });
+      std::string singleFailure;
+      for (size_t i = 0; i < count && singleFailure.empty(); ++i) {
+        singleFailure = thrownText([&] { single[i] = oneByOne.get(float{}); });
+      }
+      EXPECT_EQ(sweepFailure, singleFailure);
+      EXPECT_EQ(sweep, single);
+      int sweptNext = -1, singleNext = -1;
+      EXPECT_EQ(thrownText([&] { sweptNext = swept.get(int{}); }),
+                thrownText([&] { singleNext = oneByOne.get(int{}); }));
+      EXPECT_EQ(sweptNext, singleNext);
+    }
+  }
+}
+
 }  // namespace
