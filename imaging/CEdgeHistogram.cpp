@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstring>
+#include <vector>
 
 #include "imaging/ImagingOperations.h"
 #include "imaging/IppiUtils.h"
@@ -12,31 +13,12 @@ namespace {
 // Bin of each block type: types 1..5 are bins 0..4, "no edge" (type 0) is bin 5.
 const int kBinOfType[6] = {5, 0, 1, 2, 3, 4};
 
-}  // namespace
-
-CEdgeHistogram::CEdgeHistogram(int, int) : runCount(0), cells(kCells), bins() {}
-
-int CEdgeHistogram::blockSize(int largerSide) {
-  const unsigned m = static_cast<unsigned>(largerSide);
-  const unsigned area = (3u * m * m) >> 2;
-  const double x = std::sqrt(area / static_cast<double>(kDesiredBlocks));
-  const int side = 2 * static_cast<int>(0.5 * x);
-  return side < 2 ? 2 : side;
-}
-
 // Quadrant sums a (top-left), b (top-right), c (bottom-left), d (bottom-right) are exact; each
 // becomes a mean as sum * (1 / (n n 0.25)) in double. Responses in double:
 //   1: |a - b + c - d|   2: |a + b - c - d|   3: sqrt(2) |a - d|   4: sqrt(2) |b - c|
 //   5: 2 |a - b - c + d|
 // A later type wins only if strictly greater; the best below the threshold means no edge.
-int CEdgeHistogram::classifyBlock(const unsigned char* block, int stride, int n, int threshold) {
-  const int h = n / 2;
-  int sum[4] = {0, 0, 0, 0};
-  for (int r = 0; r < n; ++r) {
-    const unsigned char* line = block + static_cast<ptrdiff_t>(r) * stride;
-    const int top = r < h ? 0 : 2;
-    for (int col = 0; col < n; ++col) sum[top + (col < h ? 0 : 1)] += line[col];
-  }
+int classifySums(const int sum[4], int n, int threshold) {
   const double scale = 1.0 / (n * n * 0.25);
   const double a = sum[0] * scale, b = sum[1] * scale, c = sum[2] * scale, d = sum[3] * scale;
   const double root2 = std::sqrt(2.0);
@@ -53,6 +35,38 @@ int CEdgeHistogram::classifyBlock(const unsigned char* block, int stride, int n,
   return response[best] < threshold ? 0 : best;
 }
 
+// Sums of the columns [0, width) over `rows` lines `stride` bytes apart, into sums.
+void columnSums(const unsigned char* data, unsigned stride, int rows, int width, int* sums) {
+  for (int col = 0; col < width; ++col) sums[col] = 0;
+  for (int r = 0; r < rows; ++r) {
+    const unsigned char* line = data + static_cast<size_t>(r) * stride;
+    for (int col = 0; col < width; ++col) sums[col] += line[col];
+  }
+}
+
+}  // namespace
+
+CEdgeHistogram::CEdgeHistogram(int, int) : runCount(0), cells(kCells), bins() {}
+
+int CEdgeHistogram::blockSize(int largerSide) {
+  const unsigned m = static_cast<unsigned>(largerSide);
+  const unsigned area = (3u * m * m) >> 2;
+  const double x = std::sqrt(area / static_cast<double>(kDesiredBlocks));
+  const int side = 2 * static_cast<int>(0.5 * x);
+  return side < 2 ? 2 : side;
+}
+
+int CEdgeHistogram::classifyBlock(const unsigned char* block, int stride, int n, int threshold) {
+  const int h = n / 2;
+  int sum[4] = {0, 0, 0, 0};
+  for (int r = 0; r < n; ++r) {
+    const unsigned char* line = block + static_cast<ptrdiff_t>(r) * stride;
+    const int top = r < h ? 0 : 2;
+    for (int col = 0; col < n; ++col) sum[top + (col < h ? 0 : 1)] += line[col];
+  }
+  return classifySums(sum, n, threshold);
+}
+
 void CEdgeHistogram::scan(const unsigned char* data, int width, int stride, int height, int block,
                           int threshold, float* bins) {
   int blocks[kCells] = {};
@@ -60,15 +74,40 @@ void CEdgeHistogram::scan(const unsigned char* data, int width, int stride, int 
   const unsigned w = static_cast<unsigned>(width);
   const unsigned hgt = static_cast<unsigned>(height);
   const unsigned step = static_cast<unsigned>(block);
+  const int half = block / 2;
+  // The blocks of a block line cover the columns [0, covered): sums of the upper and lower
+  // half of each column, then of half a block of them, give the quadrant sums.
+  unsigned lastX = 0;
+  while (lastX + step <= w - step && lastX + step > lastX) lastX += step;
+  const int covered = static_cast<int>(lastX + step);
+  // On the stack for any line of the engine's images; only wider ones allocate.
+  const int kStackColumns = 512;
+  int stackSums[2 * kStackColumns];
+  std::vector<int> heapSums;
+  int* upper = stackSums;
+  if (covered > kStackColumns) {
+    heapSums.resize(2 * static_cast<size_t>(covered));
+    upper = heapSums.data();
+  }
+  int* lower = upper + covered;
   unsigned y = 0;
   do {
     const unsigned char* line = data + static_cast<size_t>(y) * static_cast<unsigned>(stride);
     const unsigned cellRow = (4 * y) / hgt;
+    columnSums(line, static_cast<unsigned>(stride), half, covered, upper);
+    columnSums(line + static_cast<size_t>(half) * static_cast<unsigned>(stride),
+               static_cast<unsigned>(stride), block - half, covered, lower);
     unsigned x = 0;
     do {
+      int sum[4] = {0, 0, 0, 0};
+      for (int col = 0; col < block; ++col) {
+        const int right = col < half ? 0 : 1;
+        sum[right] += upper[x + col];
+        sum[2 + right] += lower[x + col];
+      }
       const unsigned cell = 4 * cellRow + (4 * x) / w;
       ++blocks[cell];
-      ++types[cell][kBinOfType[classifyBlock(line + x, stride, block, threshold)]];
+      ++types[cell][kBinOfType[classifySums(sum, block, threshold)]];
       x += step;
     } while (x <= w - step);
     y += step;
