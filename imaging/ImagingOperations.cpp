@@ -140,10 +140,8 @@ const SImagingColumn kGenericColumn = {"generic",        swapChannelsGeneric, rg
                                        resize1Generic};
 
 const SImagingColumn* vectorColumn() {
-  // The histogram counts bytes into tables, which vectors do not speed up: both columns share
-  // its scalar code.
-  static const SImagingColumn avx2 = {"avx2",         swapChannelsVector,   rgbToGrayVector,
-                                      rgbToHsvVector, histogramEvenGeneric, resize3Vector,
+  static const SImagingColumn avx2 = {"avx2",         swapChannelsVector,  rgbToGrayVector,
+                                      rgbToHsvVector, histogramEvenVector, resize3Vector,
                                       resize1Vector};
 #if defined(__x86_64__) || defined(__i386__)
   // The check covers the processor and the operating system's saving of the wide registers.
@@ -184,13 +182,29 @@ int rgbToHsvVector(const unsigned char* src, int srcStep, unsigned char* dst, in
                           hsvPixel);
 }
 
+namespace {
+
+// Whether the vector kernel can count against these levels: few enough, and rising after the
+// clamp, so that a bin is the difference of two counts of samples at least its edges.
+bool countableLevels(int* const levels[3], const int levelCount[3]) {
+  for (int c = 0; c < 3; ++c) {
+    if (levelCount[c] > kMaxHistogramLevels) return false;
+    for (int k = 1; k < levelCount[c]; ++k) {
+      if (clampLevel(levels[c][k]) < clampLevel(levels[c][k - 1])) return false;
+    }
+  }
+  return true;
+}
+
 // Levels: span = upper - lower, q = span / (n - 1), r = span % (n - 1); level 0 is lower and
 // each next level adds q, plus 1 for the first r steps. Levels are clamped to 0..256 before
 // counting, so with upper 255 the value 255 falls into no bin (kept: the colour features are
 // defined with that loss). The last entry of hist is not written.
-int histogramEvenGeneric(const unsigned char* src, int srcStep, int width, int height,
-                         int* const hist[3], int* const levels[3], const int levelCount[3],
-                         const int lower[3], const int upper[3]) {
+// Counting: the column's kernel, when there is one, counts the leading pixels of each line
+// against the levels; tables of the 256 values count the rest. Both are exact.
+int histogramEvenWith(const SVectorKernels* kernels, const unsigned char* src, int srcStep,
+                      int width, int height, int* const hist[3], int* const levels[3],
+                      const int levelCount[3], const int lower[3], const int upper[3]) {
   if (src == nullptr || hist == nullptr || levels == nullptr || levelCount == nullptr ||
       lower == nullptr || upper == nullptr) {
     return kStsNullPtrErr;
@@ -215,10 +229,29 @@ int histogramEvenGeneric(const unsigned char* src, int srcStep, int width, int h
     }
   }
 
+  // above[c][k]: samples of the kernel's pixels at least the clamped level k; its pixels are
+  // all at least a level of 0 and none reaches 256.
+  long long above[3][kMaxHistogramLevels] = {};
+  int done = 0;
+  if (kernels && countableLevels(levels, levelCount)) {
+    int clamped[3][kMaxHistogramLevels] = {};
+    int count = 0;
+    for (int c = 0; c < 3; ++c) {
+      for (int k = 0; k < levelCount[c]; ++k) clamped[c][k] = clampLevel(levels[c][k]);
+      count = levelCount[c] > count ? levelCount[c] : count;
+    }
+    done = kernels->countAtLeast(src, srcStep, width, height, clamped, count, above);
+    for (int c = 0; c < 3; ++c) {
+      for (int k = 0; k < levelCount[c]; ++k) {
+        if (clamped[c][k] == 0) above[c][k] = static_cast<long long>(done) * height;
+      }
+    }
+  }
+
   int counts[3][256] = {};
   for (int y = 0; y < height; ++y) {
-    const unsigned char* s = src + static_cast<ptrdiff_t>(y) * srcStep;
-    for (int x = 0; x < width; ++x, s += 3) {
+    const unsigned char* s = src + static_cast<ptrdiff_t>(y) * srcStep + 3 * done;
+    for (int x = done; x < width; ++x, s += 3) {
       ++counts[0][s[0]];
       ++counts[1][s[1]];
       ++counts[2][s[2]];
@@ -227,11 +260,27 @@ int histogramEvenGeneric(const unsigned char* src, int srcStep, int width, int h
 
   for (int c = 0; c < 3; ++c) {
     for (int k = 0; k + 1 < levelCount[c]; ++k) {
-      int sum = 0;
+      long long sum = above[c][k] - above[c][k + 1];
       const int to = clampLevel(levels[c][k + 1]);
       for (int value = clampLevel(levels[c][k]); value < to; ++value) sum += counts[c][value];
-      hist[c][k] = sum;
+      hist[c][k] = static_cast<int>(sum);
     }
   }
   return kStsNoErr;
+}
+
+}  // namespace
+
+int histogramEvenGeneric(const unsigned char* src, int srcStep, int width, int height,
+                         int* const hist[3], int* const levels[3], const int levelCount[3],
+                         const int lower[3], const int upper[3]) {
+  return histogramEvenWith(nullptr, src, srcStep, width, height, hist, levels, levelCount, lower,
+                           upper);
+}
+
+int histogramEvenVector(const unsigned char* src, int srcStep, int width, int height,
+                        int* const hist[3], int* const levels[3], const int levelCount[3],
+                        const int lower[3], const int upper[3]) {
+  return histogramEvenWith(avx2Kernels(), src, srcStep, width, height, hist, levels, levelCount,
+                           lower, upper);
 }

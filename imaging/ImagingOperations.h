@@ -100,6 +100,9 @@ int rgbToHsvVector(const unsigned char* src, int srcStep, unsigned char* dst, in
 int histogramEvenGeneric(const unsigned char* src, int srcStep, int width, int height,
                          int* const hist[3], int* const levels[3], const int levelCount[3],
                          const int lower[3], const int upper[3]);
+int histogramEvenVector(const unsigned char* src, int srcStep, int width, int height,
+                        int* const hist[3], int* const levels[3], const int levelCount[3],
+                        const int lower[3], const int upper[3]);
 int resize3Generic(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int x, int y,
                    int width, int height, unsigned char* dst, int dstStep, int dstWidth,
                    int dstHeight, double xFactor, double yFactor, int interpolation);

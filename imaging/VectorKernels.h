@@ -12,6 +12,9 @@
 #ifndef ORVANE_IMAGING_VECTORKERNELS_H_
 #define ORVANE_IMAGING_VECTORKERNELS_H_
 
+// Most levels per channel that the histogram kernel counts against.
+constexpr int kMaxHistogramLevels = 32;
+
 struct SVectorKernels {
   // Pixels [0, returned) of one 3-channel line: new[k] = old[order[k]].
   int (*swapLine)(unsigned char* line, int width, const int order[3]);
@@ -29,6 +32,12 @@ struct SVectorKernels {
   int (*cubicRow1)(const unsigned char* row, const unsigned char* next, int srcBytes,
                    const int* xIndex, const double* wa, const double* wb, const double* wc,
                    int outWidth, float* out);
+  // For the pixels [0, returned) of every line of a 3-channel region: above[c][k] = the
+  // number of samples of channel c that are at least levels[c][k], for k < count. A level
+  // outside 1..255 is not counted (above stays 0); the caller knows those answers.
+  int (*countAtLeast)(const unsigned char* src, int srcStep, int width, int height,
+                      const int levels[3][kMaxHistogramLevels], int count,
+                      long long above[3][kMaxHistogramLevels]);
   // Vertical cubic pass: samples [0, returned) of dst from four stored lines, with the
   // weights a, b and c (c already rounded to a float).
   int (*cubicColumns)(const float* const* lines, int n, double a, double b, double c,

@@ -121,6 +121,20 @@ TEST_F(VectorColumn, EveryOperationOnAwkwardShapes) {
                        return c.swapChannels(d, rgb.step, width, height, order);
                      },
                      "swap " + shape);
+      // The colour tiles' levels, and odd ones whose clamps cut bins away.
+      const int counts[2][3] = {{17, 5, 5}, {9, 32, 2}};
+      const int lower[2][3] = {{0, 0, 0}, {-3, 0, 10}}, upper[2][3] = {{255, 255, 255}, {260, 255, 11}};
+      for (int set = 0; set < 2; ++set) {
+        expectSameBits(2 * 3 * 32 * sizeof(int),
+                       [&](const SImagingColumn& c, unsigned char* d) {
+                         int* ints = reinterpret_cast<int*>(d);
+                         int* const hist[3] = {ints, ints + 32, ints + 64};
+                         int* const levels[3] = {ints + 96, ints + 128, ints + 160};
+                         return c.histogramEven(rgb.bytes.data(), rgb.step, width, height, hist,
+                                                levels, counts[set], lower[set], upper[set]);
+                       },
+                       "histogram " + std::to_string(set) + " " + shape);
+      }
       // Into the 256 box as the preprocessor fits a photo, then to a shorter side of 70 as the
       // edge analysis enlarges one, and a plain enlargement by a factor.
       const double fit = width >= height ? 256.0 / width : 256.0 / height;
