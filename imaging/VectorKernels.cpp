@@ -44,20 +44,26 @@ ORVANE_AVX2 inline void storeBytes8(__m128i low, __m128i high, unsigned char* ds
   _mm_storel_epi64(reinterpret_cast<__m128i*>(dst), _mm_packus_epi16(words, words));
 }
 
-// Five pixels per 16 bytes; the sixteenth byte is written back unchanged.
+// Five pixels per 16 bytes; the sixteenth byte is written back unchanged. Each window is
+// loaded before the one ahead of it is stored, so no load waits on an overlapping store.
 ORVANE_AVX2 int swapLine(unsigned char* line, int width, const int order[3]) {
+  if (width < 6) return 0;
   alignas(16) char mask[16];
   for (int p = 0; p < 5; ++p) {
     for (int k = 0; k < 3; ++k) mask[p * 3 + k] = static_cast<char>(p * 3 + order[k]);
   }
   mask[15] = 15;
   const __m128i m = _mm_load_si128(reinterpret_cast<const __m128i*>(mask));
+  // Window x covers bytes 3 x .. 3 x + 15, inside the line while x + 6 <= width.
   int x = 0;
-  for (; x + 6 <= width; x += 5) {
-    __m128i* p = reinterpret_cast<__m128i*>(line + 3 * x);
-    _mm_storeu_si128(p, _mm_shuffle_epi8(_mm_loadu_si128(p), m));
+  __m128i window = _mm_loadu_si128(reinterpret_cast<const __m128i*>(line));
+  for (; x + 11 <= width; x += 5) {
+    const __m128i next = _mm_loadu_si128(reinterpret_cast<const __m128i*>(line + 3 * x + 15));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(line + 3 * x), _mm_shuffle_epi8(window, m));
+    window = next;
   }
-  return x;
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(line + 3 * x), _mm_shuffle_epi8(window, m));
+  return x + 5;
 }
 
 // gray = (1225 r + 2404 g + 467 b) >> 12, exact in 32-bit lanes.
