@@ -80,12 +80,13 @@ CubicWeights cubicWeights(float t) {
   return {a, b, (t - 1.0) * b * kThird};
 }
 
-// Horizontal cubic pass of output pixels [from, outWidth); the weights are per sample.
+// Horizontal cubic pass of output pixels [from, outWidth); xFirst[x] is the byte offset of
+// the first of the four samples of pixel x, and the weights are per sample.
 template <int C>
-void cubicRow(const unsigned char* row, const int* xIndex, const double* wa, const double* wb,
+void cubicRow(const unsigned char* row, const int* xFirst, const double* wa, const double* wb,
               const double* wc, int from, int outWidth, float* out) {
   for (int x = from; x < outWidth; ++x) {
-    const unsigned char* p = row + static_cast<ptrdiff_t>(xIndex[x] - 1) * C;
+    const unsigned char* p = row + xFirst[x];
     for (int k = 0; k < C; ++k) {
       const int e = x * C + k;
       const int p0 = p[k], p1 = p[k + C], p2 = p[k + 2 * C], p3 = p[k + 3 * C];
@@ -151,18 +152,19 @@ void nearestResize(const unsigned char* src, int srcStep, const int* xIndex, con
 }
 
 // Working memory of one resize, in one block: a coordinate table per axis, the horizontal
-// cubic weights per output sample, and four rotating line buffers of outWidth * C floats.
+// cubic's first sample offsets and weights per output sample, and four rotating line buffers
+// of outWidth * C floats.
 struct Workspace {
   std::unique_ptr<double[]> block;
   double *wa, *wb, *wc;
   float *xFrac, *yFrac, *lines;
-  int *xIndex, *yIndex;
+  int *xIndex, *yIndex, *xFirst;
 
   bool allocate(int outWidth, int outHeight, int channels) {
     const size_t samples = static_cast<size_t>(outWidth) * channels;
     // Doubles first, then floats and ints, each part a whole number of doubles.
     const size_t floats = 4 * samples + outWidth + outHeight;
-    const size_t ints = static_cast<size_t>(outWidth) + outHeight;
+    const size_t ints = 2 * static_cast<size_t>(outWidth) + outHeight;
     block.reset(new (std::nothrow) double[3 * samples + (floats + 1) / 2 + (ints + 1) / 2]);
     if (!block) return false;
     wa = block.get();
@@ -173,6 +175,7 @@ struct Workspace {
     yFrac = xFrac + outWidth;
     xIndex = reinterpret_cast<int*>(reinterpret_cast<double*>(lines) + (floats + 1) / 2);
     yIndex = xIndex + outWidth;
+    xFirst = yIndex + outHeight;
     return true;
   }
 };
@@ -186,9 +189,9 @@ void horizontalCubic(const unsigned char* row, const unsigned char* next, int sr
   int done = 0;
   if (kernels) {
     done = (C == 3 ? kernels->cubicRow3 : kernels->cubicRow1)(
-        row, next, srcWidth * C, ws.xIndex, ws.wa, ws.wb, ws.wc, outWidth, out);
+        row, next, srcWidth * C, ws.xFirst, ws.wa, ws.wb, ws.wc, outWidth, out);
   }
-  cubicRow<C>(row, ws.xIndex, ws.wa, ws.wb, ws.wc, done, outWidth, out);
+  cubicRow<C>(row, ws.xFirst, ws.wa, ws.wb, ws.wc, done, outWidth, out);
 }
 
 // The source line interpolated after `line`, or -1: lines are computed in rising order as the
@@ -247,6 +250,7 @@ int resizeC(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, 
   const bool cubic = method == Method::kCubic;
   if (cubic) {
     for (int x = 0; x < outWidth; ++x) {
+      ws.xFirst[x] = (ws.xIndex[x] - 1) * C;
       const CubicWeights w = cubicWeights(ws.xFrac[x]);
       for (int k = 0; k < C; ++k) {
         ws.wa[x * C + k] = w.a;
@@ -262,6 +266,9 @@ int resizeC(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, 
   const float* lines[4];
   const int first = cubic ? -1 : 0;
   const int count = cubic ? 4 : 2;
+  // Samples more than 32 bytes apart come from a new cache line nearly every time: the kernel
+  // then fetches the next line's samples ahead. Closer ones stream without help.
+  const bool fetchAhead = kernels && srcWidth * C >= 32 * outWidth;
   for (int y = 0; y < outHeight; ++y) {
     for (int n = 0; n < count; ++n) {
       const int line = ws.yIndex[y] + first + n;
@@ -269,7 +276,7 @@ int resizeC(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, 
       if (held[line & 3] != line) {
         const unsigned char* row = src + static_cast<ptrdiff_t>(line) * srcStep;
         if (cubic) {
-          const int next = kernels ? lineAfter(ws.yIndex, outHeight, y, line, first, count) : -1;
+          const int next = fetchAhead ? lineAfter(ws.yIndex, outHeight, y, line, first, count) : -1;
           horizontalCubic<C>(row, next < 0 ? nullptr : src + static_cast<ptrdiff_t>(next) * srcStep,
                              srcWidth, ws, outWidth, kernels, buffer);
         } else {

@@ -152,20 +152,21 @@ ORVANE_AVX2 int hsvLine(const unsigned char* src, unsigned char* dst, int width)
 }
 
 // Eight samples of the horizontal cubic from packed 32-bit lanes holding the bytes p0, p1,
-// p2, p3 (lowest first), with the weights of those samples. In integers (exact):
-//   d1 = p1 - p0, d2 = (p2 - p1) - d1, d3 = p1 - 2 p2 + p3 - d2;
+// p2, p3 (lowest first), with the weights of those samples. In integers (exact), as byte
+// pairs weighted into 16 bits and then added into 32:
+//   d1 = p1 - p0, d2 = (p2 - p1) - d1 = p0 - 2 p1 + p2,
+//   d3 = p1 - 2 p2 + p3 - d2 = -p0 + 3 p1 - 3 p2 + p3;
 // then, in double and left to right: float(p0 + d3 c + d2 b + d1 a).
 ORVANE_AVX2 inline void cubicSamples8(__m256i packed, const double* wa, const double* wb,
                                       const double* wc, float* out) {
-  const __m256i byte = _mm256_set1_epi32(255);
-  const __m256i p0 = _mm256_and_si256(packed, byte);
-  const __m256i p1 = _mm256_and_si256(_mm256_srli_epi32(packed, 8), byte);
-  const __m256i p2 = _mm256_and_si256(_mm256_srli_epi32(packed, 16), byte);
-  const __m256i p3 = _mm256_srli_epi32(packed, 24);
-  const __m256i d1 = _mm256_sub_epi32(p1, p0);
-  const __m256i d2 = _mm256_sub_epi32(_mm256_sub_epi32(p2, p1), d1);
-  const __m256i d3 = _mm256_sub_epi32(
-      _mm256_add_epi32(_mm256_sub_epi32(p1, _mm256_add_epi32(p2, p2)), p3), d2);
+  const __m256i pairs = _mm256_set1_epi16(1);
+  const __m256i p0 = _mm256_and_si256(packed, _mm256_set1_epi32(255));
+  const __m256i d1 = _mm256_madd_epi16(
+      _mm256_maddubs_epi16(packed, _mm256_set1_epi32(0x000001FF)), pairs);
+  const __m256i d2 = _mm256_madd_epi16(
+      _mm256_maddubs_epi16(packed, _mm256_set1_epi32(0x0001FE01)), pairs);
+  const __m256i d3 = _mm256_madd_epi16(
+      _mm256_maddubs_epi16(packed, _mm256_set1_epi32(0x01FD03FF)), pairs);
   __m128 result[2];
   for (int h = 0; h < 2; ++h) {
     const __m256d x0 = h ? highAsDouble(p0) : lowAsDouble(p0);
@@ -187,23 +188,24 @@ constexpr int kBatch = 64;
 // shuffle packs the four samples of each channel into one lane. Only pixels whose 16 bytes
 // lie inside the line are taken, in whole groups of 8.
 ORVANE_AVX2 int cubicRow3(const unsigned char* row, const unsigned char* next, int srcBytes,
-                          const int* xIndex, const double* wa, const double* wb,
+                          const int* xFirst, const double* wa, const double* wb,
                           const double* wc, int outWidth, float* out) {
   int inside = outWidth;
-  while (inside > 0 && (xIndex[inside - 1] - 1) * 3 + 16 > srcBytes) --inside;
+  while (inside > 0 && xFirst[inside - 1] + 16 > srcBytes) --inside;
   const int done = inside / 8 * 8;
   const __m128i gather =
       _mm_setr_epi8(0, 3, 6, 9, 1, 4, 7, 10, 2, 5, 8, 11, -1, -1, -1, -1);
   alignas(32) int32_t packed[3 * kBatch + 4];
   for (int x0 = 0; x0 < done; x0 += kBatch) {
     const int count = done - x0 < kBatch ? done - x0 : kBatch;
-    for (int x = 0; x < count; ++x) {
-      const int at = (xIndex[x0 + x] - 1) * 3;
-      if (next) {
-        _mm_prefetch(reinterpret_cast<const char*>(next + at), _MM_HINT_T0);
-        _mm_prefetch(reinterpret_cast<const char*>(next + at + 15), _MM_HINT_T0);
+    const int* first = xFirst + x0;
+    if (next) {
+      for (int x = 0; x < count; ++x) {
+        _mm_prefetch(reinterpret_cast<const char*>(next + first[x]), _MM_HINT_T0);
       }
-      const __m128i window = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + at));
+    }
+    for (int x = 0; x < count; ++x) {
+      const __m128i window = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + first[x]));
       _mm_storeu_si128(reinterpret_cast<__m128i*>(packed + 3 * x),
                        _mm_shuffle_epi8(window, gather));
     }
@@ -217,13 +219,13 @@ ORVANE_AVX2 int cubicRow3(const unsigned char* row, const unsigned char* next, i
 }
 
 // One channel: the four samples of a pixel are four consecutive bytes.
-ORVANE_AVX2 int cubicRow1(const unsigned char* row, const unsigned char*, int, const int* xIndex,
+ORVANE_AVX2 int cubicRow1(const unsigned char* row, const unsigned char*, int, const int* xFirst,
                           const double* wa, const double* wb, const double* wc, int outWidth,
                           float* out) {
   const int done = outWidth / 8 * 8;
   for (int x = 0; x < done; x += 8) {
     alignas(32) int32_t packed[8];
-    for (int k = 0; k < 8; ++k) std::memcpy(&packed[k], row + xIndex[x + k] - 1, 4);
+    for (int k = 0; k < 8; ++k) std::memcpy(&packed[k], row + xFirst[x + k], 4);
     cubicSamples8(_mm256_load_si256(reinterpret_cast<const __m256i*>(packed)), wa + x, wb + x,
                   wc + x, out + x);
   }

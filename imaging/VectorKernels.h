@@ -22,15 +22,16 @@ struct SVectorKernels {
   int (*grayLine)(const unsigned char* src, unsigned char* dst, int width);
   int (*hsvLine)(const unsigned char* src, unsigned char* dst, int width);
   // Horizontal cubic pass of one source line with 3 or 1 channels: output pixels
-  // [0, returned) of out, each from the four samples at xIndex[x] - 1 .. xIndex[x] + 2 with
-  // the weights wa, wb, wc of its samples (one entry per output sample, pixel-major).
+  // [0, returned) of out, each from the four samples that start xFirst[x] bytes into the
+  // line, with the weights wa, wb, wc of its samples (one entry per output sample,
+  // pixel-major).
   // `srcBytes` is the number of bytes of the line that may be read. `next`, when not null, is
   // the source line that comes next: its samples are fetched into the cache meanwhile.
   int (*cubicRow3)(const unsigned char* row, const unsigned char* next, int srcBytes,
-                   const int* xIndex, const double* wa, const double* wb, const double* wc,
+                   const int* xFirst, const double* wa, const double* wb, const double* wc,
                    int outWidth, float* out);
   int (*cubicRow1)(const unsigned char* row, const unsigned char* next, int srcBytes,
-                   const int* xIndex, const double* wa, const double* wb, const double* wc,
+                   const int* xFirst, const double* wa, const double* wb, const double* wc,
                    int outWidth, float* out);
   // For the pixels [0, returned) of every line of a 3-channel region: above[c][k] = the
   // number of samples of channel c that are at least levels[c][k], for k < count. A level
