@@ -151,9 +151,12 @@ void nearestResize(const unsigned char* src, int srcStep, const int* xIndex, con
   }
 }
 
+// Entries behind each line buffer and weight table that a kernel may touch without using.
+constexpr int kLinePadding = 8;
+
 // Working memory of one resize, in one block: a coordinate table per axis, the horizontal
 // cubic's first sample offsets and weights per output sample, and four rotating line buffers
-// of outWidth * C floats.
+// of outWidth * C floats, weights and lines each with padding behind.
 struct Workspace {
   std::unique_ptr<double[]> block;
   double *wa, *wb, *wc;
@@ -161,7 +164,7 @@ struct Workspace {
   int *xIndex, *yIndex, *xFirst;
 
   bool allocate(int outWidth, int outHeight, int channels) {
-    const size_t samples = static_cast<size_t>(outWidth) * channels;
+    const size_t samples = static_cast<size_t>(outWidth) * channels + kLinePadding;
     // Doubles first, then floats and ints, each part a whole number of doubles.
     const size_t floats = 4 * samples + outWidth + outHeight;
     const size_t ints = 2 * static_cast<size_t>(outWidth) + outHeight;
@@ -262,6 +265,7 @@ int resizeC(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, 
   // Source line l lives in buffer l % 4 and is interpolated when the y table first reaches
   // it; the table never goes back, so each line is computed at most once.
   const int lineFloats = outWidth * C;
+  const int lineStride = lineFloats + kLinePadding;
   int held[4] = {-1, -1, -1, -1};
   const float* lines[4];
   const int first = cubic ? -1 : 0;
@@ -272,7 +276,7 @@ int resizeC(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, 
   for (int y = 0; y < outHeight; ++y) {
     for (int n = 0; n < count; ++n) {
       const int line = ws.yIndex[y] + first + n;
-      float* buffer = ws.lines + static_cast<ptrdiff_t>(line & 3) * lineFloats;
+      float* buffer = ws.lines + static_cast<ptrdiff_t>(line & 3) * lineStride;
       if (held[line & 3] != line) {
         const unsigned char* row = src + static_cast<ptrdiff_t>(line) * srcStep;
         if (cubic) {

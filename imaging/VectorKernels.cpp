@@ -186,16 +186,15 @@ constexpr int kBatch = 64;
 
 // Three channels: the 16 bytes from the first of the four pixels hold all twelve samples; a
 // shuffle packs the four samples of each channel into one lane. Only pixels whose 16 bytes
-// lie inside the line are taken, in whole groups of 8.
+// lie inside the line are taken; the last group of 8 samples may run past them.
 ORVANE_AVX2 int cubicRow3(const unsigned char* row, const unsigned char* next, int srcBytes,
                           const int* xFirst, const double* wa, const double* wb,
                           const double* wc, int outWidth, float* out) {
-  int inside = outWidth;
-  while (inside > 0 && xFirst[inside - 1] + 16 > srcBytes) --inside;
-  const int done = inside / 8 * 8;
+  int done = outWidth;
+  while (done > 0 && xFirst[done - 1] + 16 > srcBytes) --done;
   const __m128i gather =
       _mm_setr_epi8(0, 3, 6, 9, 1, 4, 7, 10, 2, 5, 8, 11, -1, -1, -1, -1);
-  alignas(32) int32_t packed[3 * kBatch + 4];
+  alignas(32) int32_t packed[3 * kBatch + 8] = {};
   for (int x0 = 0; x0 < done; x0 += kBatch) {
     const int count = done - x0 < kBatch ? done - x0 : kBatch;
     const int* first = xFirst + x0;

@@ -24,7 +24,8 @@ struct SVectorKernels {
   // Horizontal cubic pass of one source line with 3 or 1 channels: output pixels
   // [0, returned) of out, each from the four samples that start xFirst[x] bytes into the
   // line, with the weights wa, wb, wc of its samples (one entry per output sample,
-  // pixel-major).
+  // pixel-major). The kernel may write up to 8 floats beyond the samples it returns; `out`
+  // has room for them behind the line.
   // `srcBytes` is the number of bytes of the line that may be read. `next`, when not null, is
   // the source line that comes next: its samples are fetched into the cache meanwhile.
   int (*cubicRow3)(const unsigned char* row, const unsigned char* next, int srcBytes,
