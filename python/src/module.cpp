@@ -12,6 +12,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <optional>
@@ -194,26 +195,42 @@ void loadFromBytes(Database& self, const py::handle& data, const Weights& weight
   loadStream(self, in, weights);
 }
 
-void save(Database& self, const py::handle& target) {
-  if (py::hasattr(target, "write")) {
-    target.attr("write")(saveToBytes(self));
-    return;
-  }
-  const std::string path = fileSystemPath(target, "Database.save");
+// Runs work(file) on the file `name` opened as a Stream, without the GIL. A file that does
+// not open, or for which work answers false, is an OSError naming it.
+template <typename Stream, typename Work>
+void withFile(Database& self, const py::handle& name, const char* what, std::ios::openmode mode,
+              const Work& work) {
+  const std::string path = fileSystemPath(name, what);
   CExclusiveUse::Claim claim(self.use);
   bool failed = false;
   int error = 0;
   {
     py::gil_scoped_release release;
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    if (out) {
-      self.database.save(out);
-      out.close();
+    // A folder opens for reading on Linux, and then reads as empty.
+    std::error_code ignored;
+    if (std::filesystem::is_directory(path, ignored)) {
+      failed = true;
+      error = EISDIR;
+    } else {
+      Stream file(path, mode);
+      failed = !file || !work(file);
+      error = errno;
     }
-    failed = !out;
-    error = errno;
   }
-  if (failed) raiseFileError(error, target);
+  if (failed) raiseFileError(error, name);
+}
+
+void save(Database& self, const py::handle& target) {
+  if (py::hasattr(target, "write")) {
+    target.attr("write")(saveToBytes(self));
+    return;
+  }
+  withFile<std::ofstream>(self, target, "Database.save", std::ios::binary | std::ios::trunc,
+                          [&self](std::ofstream& out) {
+                            self.database.save(out);
+                            out.close();  // written through, or failed
+                            return !out.fail();
+                          });
 }
 
 void load(Database& self, const py::handle& source) {
@@ -226,18 +243,11 @@ void load(Database& self, const py::handle& source) {
     loadFromBytes(self, data, newDatabaseWeights());
     return;
   }
-  const std::string path = fileSystemPath(source, "Database.load");
-  CExclusiveUse::Claim claim(self.use);
-  bool failed = false;
-  int error = 0;
-  {
-    py::gil_scoped_release release;
-    std::ifstream in(path, std::ios::binary);
-    failed = !in;
-    error = errno;
-    if (!failed) loadStream(self, in, newDatabaseWeights());
-  }
-  if (failed) raiseFileError(error, source);
+  withFile<std::ifstream>(self, source, "Database.load", std::ios::binary,
+                          [&self](std::ifstream& in) {
+                            loadStream(self, in, newDatabaseWeights());
+                            return true;
+                          });
 }
 
 }  // namespace

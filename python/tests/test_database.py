@@ -69,6 +69,7 @@ def test_add_remove_clear(database, signatures):
         (lambda db, s: db.load(io.StringIO("x")), TypeError, "not a text file"),
         (lambda db, s: db.load("/nonexistent/db"), FileNotFoundError, "/nonexistent/db"),
         (lambda db, s: db.save("/nonexistent/db"), FileNotFoundError, "/nonexistent/db"),
+        (lambda db, s: db.load("/"), IsADirectoryError, "Is a directory"),
     ],
 )
 def test_wrong_calls_raise(database, signatures, call, error, text):
