@@ -13,6 +13,7 @@
 // Run with --benchmark_repetitions=5 --benchmark_enable_random_interleaving=true on a
 // shared machine, so that a busy moment does not fall on one benchmark alone.
 #include <benchmark/benchmark.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -78,6 +79,28 @@ const std::vector<std::string>& photos() {
   return paths;
 }
 
+double processSeconds() {
+  struct rusage usage {};
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec +
+         1e-6 * (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec);
+}
+
+// Counts the process's processor time per photo over the life of the object.
+class CpuPerPhoto {
+ public:
+  explicit CpuPerPhoto(benchmark::State& state) : state(state), start(processSeconds()) {}
+  ~CpuPerPhoto() {
+    state.counters["cpu_ms_per_photo"] =
+        1000 * (processSeconds() - start) / (state.iterations() * kPhotos);
+    state.SetItemsProcessed(state.iterations() * kPhotos);
+  }
+
+ private:
+  benchmark::State& state;
+  double start;
+};
+
 // Runs work(path) over every photo on the given number of threads, each taking the next.
 template <typename Work>
 void onWorkers(int workers, const Work& work) {
@@ -95,6 +118,7 @@ void onWorkers(int workers, const Work& work) {
 
 void BM_PlainDecode(benchmark::State& state) {
   photos();
+  CpuPerPhoto cpu(state);
   for (auto _ : state) {
     onWorkers(static_cast<int>(state.range(0)), [](const std::string& path) {
       const vips::VImage image = vips::VImage::new_from_file(
@@ -105,7 +129,6 @@ void BM_PlainDecode(benchmark::State& state) {
       g_free(pixels);
     });
   }
-  state.SetItemsProcessed(state.iterations() * kPhotos);
 }
 
 // Lines copied as they come, into the worker's buffer.
@@ -120,6 +143,7 @@ int copyLines(VipsRegion* region, VipsRect* area, void* target) {
 
 void BM_PlainDecodeReused(benchmark::State& state) {
   photos();
+  CpuPerPhoto cpu(state);
   for (auto _ : state) {
     onWorkers(static_cast<int>(state.range(0)), [](const std::string& path) {
       thread_local std::vector<unsigned char> buffer;
@@ -130,12 +154,12 @@ void BM_PlainDecodeReused(benchmark::State& state) {
       benchmark::DoNotOptimize(buffer.data());
     });
   }
-  state.SetItemsProcessed(state.iterations() * kPhotos);
 }
 
 void indexAll(benchmark::State& state, DecodeMode mode) {
   photos();
   const std::string file = (workFolder() / "bench.orvane").string();
+  CpuPerPhoto cpu(state);
   for (auto _ : state) {
     state.PauseTiming();
     for (const char* suffix : {"", "-wal", "-shm"}) fs::remove(file + suffix);
@@ -145,7 +169,6 @@ void indexAll(benchmark::State& state, DecodeMode mode) {
                                       .run({(workFolder() / "photos").string()}, false);
     if (summary.added != kPhotos) state.SkipWithError("not every photo was indexed");
   }
-  state.SetItemsProcessed(state.iterations() * kPhotos);
 }
 
 void BM_IndexFull(benchmark::State& state) { indexAll(state, DecodeMode::kFull); }

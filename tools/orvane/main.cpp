@@ -10,6 +10,7 @@
 #include <orvane.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <map>
 #include <thread>
@@ -40,7 +41,7 @@ const CLI::Validator kAtLeastOne(
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app{"orvane: finds the same photo in a photo folder."};
+  CLI::App app{"orvane: finds the same photo in a photo folder.", "orvane"};
   app.footer(
       "Exit status: 0 success, 1 a search found nothing, 2 usage error, 3 I/O or library "
       "error, or a photo that could not be used (the others are still done).");
@@ -142,8 +143,18 @@ int main(int argc, char** argv) {
       app.add_subcommand("info", "Show the number of photos, the file size and the version.");
   addLibrary(infoCommand);
 
+  const auto named = [&argv](CLI::App* command) { return command->get_name() == argv[1]; };
+  if (argc > 1 && argv[1][0] != '-' && app.get_subcommands(named).empty()) {
+    std::fprintf(stderr, "orvane: %s is not a command; the commands are index, find, dups and "
+                         "info (orvane --help)\n", argv[1]);
+    return kExitUsage;
+  }
   try {
-    app.parse(argc, argv);
+    // Given without the program's path, so that usage lines say "orvane"; CLI11 takes them
+    // last first.
+    std::vector<std::string> arguments(argv + 1, argv + argc);
+    std::reverse(arguments.begin(), arguments.end());
+    app.parse(arguments);
   } catch (const CLI::ParseError& e) {
     return app.exit(e) == 0 ? kExitSuccess : kExitUsage;
   }
