@@ -20,6 +20,7 @@ both shards' signatures.
 
 Threads: a ``ShardedDatabase`` serves one thread at a time, as a ``Database`` does.
 """
+import asyncio
 import hashlib
 import io
 import json
@@ -321,6 +322,10 @@ def _pairs(weights, first, second=None):
 # ShardedDatabase
 
 
+async def _gather(calls):
+    return await asyncio.gather(*calls, return_exceptions=True)
+
+
 def _check_id(id_):
     if not isinstance(id_, (int, np.integer)) or isinstance(id_, bool):
         raise TypeError(f"id must be an int, not {type(id_).__name__}")
@@ -394,17 +399,18 @@ class ShardedDatabase:
         for n in numbers:
             shard_args = each[n] if each is not None else args
             calls.append((n, getattr(self._shards[n], method)(*shard_args)))
-        answers, failure = [], None
-        for n, call in calls:
-            try:
-                answers.append(call.result())
-            except (Error, ManifestError) as error:
-                failure = failure or error
-            except Exception as error:
-                failure = failure or self._shard_failed(n, error)
+        # One wait for all answers: each wait of its own is a hand-over to the client's
+        # event loop thread and back, which costs more than the merge.
+        outcomes = self._client.sync(_gather, [call for _, call in calls])
+        failure = None
+        for (n, _), outcome in zip(calls, outcomes):
+            if isinstance(outcome, (Error, ManifestError)):
+                failure = failure or outcome
+            elif isinstance(outcome, Exception):
+                failure = failure or self._shard_failed(n, outcome)
         if failure is not None:
             raise failure
-        return answers
+        return outcomes
 
     def _shard_failed(self, number, error):
         if not self._is_lost(number, wait=_LOSS_NOTICE if isinstance(error, OSError) else 0):
