@@ -393,6 +393,9 @@ class ShardedDatabase:
     def _call(self, method, *args, each=None, numbers=None):
         numbers = range(self.shards) if numbers is None else numbers
         for n in numbers:
+            status = self._futures[n].status
+            if n not in self._lost and status != "finished":  # lost while idle
+                self._shard_failed(n, RuntimeError(f"the shard's actor is {status}"))
             if n in self._lost:
                 raise ShardError(n, self._lost[n])
         calls = []

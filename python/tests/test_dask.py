@@ -3,6 +3,7 @@ import json
 import os
 import signal
 import threading
+import time
 
 import numpy as np
 import pytest
@@ -198,8 +199,8 @@ def test_lost_worker_fails_every_query_with_the_shard_named(signatures, tmp_path
 
         asking = threading.Thread(target=ask)
         asking.start()
-        while len(answers) < 3:
-            pass
+        while len(answers) < 3 and asking.is_alive():
+            time.sleep(0.01)
         pids = client.run(os.getpid)
         lost = sharded._workers[1]
         os.kill(pids[lost], signal.SIGKILL)
@@ -210,6 +211,10 @@ def test_lost_worker_fails_every_query_with_the_shard_named(signatures, tmp_path
         for call in (lambda: sharded.same_photo(signatures[3]), sharded.duplicate_pairs):
             with pytest.raises(ShardError, match=f"shard {shard} of 2 is lost"):
                 call()
+        # A worker lost while no call is under way fails the next call to its shard.
+        os.kill(pids[sharded._workers[0]], signal.SIGKILL)
+        with pytest.raises(ShardError, match="shard 0 of 2 is lost"):
+            sharded.get_weight(0)
         client.wait_for_workers(2)
         assert ShardedDatabase.load(client, tmp_path).nearest(signatures[3], 0) == expected
     finally:
