@@ -99,10 +99,10 @@ def test_answers_equal_one_database_in_both_modes(client, signatures):
     single, sharded = filled(client, items, 3, removed=(1, 8, 41, 5, 10_003, 2000))
     assert len(sharded) == len(single) == len(items) - 6
     near_threshold = [0, 0]
-    for query in signatures[3:4] + signatures[::97] + signatures[1500::9]:
+    for query in signatures[3:4] + signatures[::250] + signatures[1500::20]:
         same = sharded.same_photo(query)
         assert same == single.same_photo(query)
-        for n in (1, 5, 37):
+        for n in (1, 37):
             assert sharded.nearest(query, n) == single.nearest(query, n)
         everything = sharded.nearest(query, 0)
         assert everything == single.nearest(query, 0)
