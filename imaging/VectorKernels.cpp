@@ -262,56 +262,63 @@ ORVANE_AVX2 int cubicColumns(const float* const* lines, int n, double a, double 
   return j;
 }
 
-// Levels counted per pass over the region: four accumulators for each of three vectors stay in
-// registers.
-constexpr int kLevelsPerPass = 4;
-
-// Adds the byte counts of the accumulators to the totals of their levels, channel by channel,
-// and clears them. ks[g] is the level of accumulator g; `used` of them are in use.
-ORVANE_AVX2 void emptyCounts(__m256i acc[kLevelsPerPass][3], const __m256i channelMask[3][3],
-                             const int* ks, int used, long long above[3][kMaxHistogramLevels]) {
-  for (int g = 0; g < used; ++g) {
+// Counts one of the three 32-byte vectors of every 96-byte chunk (32 pixels) of the region
+// against G levels: acc[g] lane i gains 1 where the sample exceeds bound[g] lane i. A line
+// that is not a whole number of chunks ends with the chunk of its last 32 pixels, counted only
+// in the lanes of `keep`, which no chunk before it covered. The byte lanes are emptied into
+// above[c][ks[g]] through the channel masks before they can overflow.
+template <int G>
+ORVANE_AVX2 void emptyCounts(__m256i acc[G], const __m256i channelMask[3], const int* ks,
+                             long long above[3][kMaxHistogramLevels]) {
+  for (int g = 0; g < G; ++g) {
     for (int c = 0; c < 3; ++c) {
-      __m256i sums = _mm256_setzero_si256();
-      for (int j = 0; j < 3; ++j) {
-        sums = _mm256_add_epi64(sums, _mm256_sad_epu8(_mm256_and_si256(acc[g][j], channelMask[c][j]),
-                                                      _mm256_setzero_si256()));
-      }
+      const __m256i sums =
+          _mm256_sad_epu8(_mm256_and_si256(acc[g], channelMask[c]), _mm256_setzero_si256());
       alignas(32) long long parts[4];
       _mm256_store_si256(reinterpret_cast<__m256i*>(parts), sums);
       above[c][ks[g]] += parts[0] + parts[1] + parts[2] + parts[3];
     }
-  }
-  for (int g = 0; g < kLevelsPerPass; ++g) {
-    for (int j = 0; j < 3; ++j) acc[g][j] = _mm256_setzero_si256();
+    acc[g] = _mm256_setzero_si256();
   }
 }
 
-// Counts the 96 bytes at p into the accumulators: lane by lane, 1 where the sample exceeds the
-// bound; with Masked, only in the lanes of `keep`.
-template <bool Masked>
-ORVANE_AVX2 inline void countChunk(const unsigned char* p, const signed char bound[][96],
-                                   const __m256i keep[3], __m256i acc[kLevelsPerPass][3]) {
+template <int G>
+ORVANE_AVX2 void countVector(const unsigned char* src, int srcStep, int width, int height, int j,
+                             const __m256i bound[G], __m256i keep, const __m256i channelMask[3],
+                             const int* ks, long long above[3][kMaxHistogramLevels]) {
+  const int chunks = width / 32;
+  const bool tail = width % 32 != 0;
   const __m256i flip = _mm256_set1_epi8(static_cast<char>(0x80));
-  __m256i v[3];
-  for (int j = 0; j < 3; ++j) {
-    v[j] = _mm256_xor_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 32 * j)), flip);
-  }
-  for (int g = 0; g < kLevelsPerPass; ++g) {
-    for (int j = 0; j < 3; ++j) {
-      __m256i over = _mm256_cmpgt_epi8(
-          v[j], _mm256_load_si256(reinterpret_cast<const __m256i*>(bound[g] + 32 * j)));
-      if (Masked) over = _mm256_and_si256(over, keep[j]);
-      acc[g][j] = _mm256_sub_epi8(acc[g][j], over);
+  __m256i acc[G];
+  for (__m256i& a : acc) a = _mm256_setzero_si256();
+  int run = 0;
+  for (int y = 0; y < height; ++y) {
+    const unsigned char* line = src + static_cast<ptrdiff_t>(y) * srcStep + 32 * j;
+    for (int chunk = 0; chunk < chunks; ++chunk) {
+      const __m256i v = _mm256_xor_si256(
+          _mm256_loadu_si256(reinterpret_cast<const __m256i*>(line + 96 * chunk)), flip);
+      for (int g = 0; g < G; ++g) acc[g] = _mm256_sub_epi8(acc[g], _mm256_cmpgt_epi8(v, bound[g]));
+    }
+    if (tail) {
+      const __m256i v = _mm256_xor_si256(
+          _mm256_loadu_si256(reinterpret_cast<const __m256i*>(line + 3 * (width - 32))), flip);
+      for (int g = 0; g < G; ++g) {
+        acc[g] = _mm256_sub_epi8(acc[g], _mm256_and_si256(_mm256_cmpgt_epi8(v, bound[g]), keep));
+      }
+    }
+    // A lane gains at most chunks + 1 per line.
+    run += chunks + 1;
+    if (run + chunks + 1 > 255) {
+      emptyCounts<G>(acc, channelMask, ks, above);
+      run = 0;
     }
   }
+  emptyCounts<G>(acc, channelMask, ks, above);
 }
 
-// Interleaved samples 96 bytes (32 pixels) at a time: byte lane i of vector j holds channel
-// (32 j + i) % 3. v >= t is v - 128 > t - 1 - 128 in signed bytes; each lane counts in a byte
-// accumulator, emptied into the totals of its channel before it can overflow. A line that is
-// not a whole number of chunks ends with the chunk of its last 32 pixels, counted only in the
-// lanes that no chunk before it covered. Levels are counted four per pass over the region.
+// v >= t is v - 128 > t - 1 - 128 in signed bytes. Byte lane i of vector j of a chunk holds
+// channel (32 j + i) % 3, so each lane compares against its channel's level. Levels are
+// counted up to 8 at a time, one vector of the chunks at a time.
 ORVANE_AVX2 int countAtLeast(const unsigned char* src, int srcStep, int width, int height,
                              const int levels[3][kMaxHistogramLevels], int count,
                              long long above[3][kMaxHistogramLevels]) {
@@ -319,56 +326,45 @@ ORVANE_AVX2 int countAtLeast(const unsigned char* src, int srcStep, int width, i
   // Byte lanes count up to 255 between emptyings, which happen between lines.
   if (chunks == 0 || chunks >= 255) return 0;
   const int tailBytes = 3 * (width % 32);
-  alignas(32) unsigned char laneOf[96];
-  for (int i = 0; i < 96; ++i) laneOf[i] = static_cast<unsigned char>(i);
-  __m256i channelMask[3][3], keep[3];
-  for (int j = 0; j < 3; ++j) {
-    const __m256i lanes = _mm256_load_si256(reinterpret_cast<const __m256i*>(laneOf + 32 * j));
-    for (int c = 0; c < 3; ++c) {
-      alignas(32) unsigned char mask[32];
-      for (int i = 0; i < 32; ++i) mask[i] = (32 * j + i) % 3 == c ? 0xFF : 0;
-      channelMask[c][j] = _mm256_load_si256(reinterpret_cast<const __m256i*>(mask));
-    }
-    // Lanes at or beyond 96 - tailBytes; compared as signed bytes, all below 128.
-    keep[j] = _mm256_cmpgt_epi8(lanes, _mm256_set1_epi8(static_cast<char>(95 - tailBytes)));
-  }
-  // Only levels that some channel has inside 1..255 need counting.
-  int ks[kMaxHistogramLevels];
+  // Only levels that some channel has inside 1..255 need counting; the others get 8 slots
+  // of padding that count nothing.
+  int ks[kMaxHistogramLevels + 8];
   int counted = 0;
   for (int k = 0; k < count; ++k) {
     bool inside = false;
     for (int c = 0; c < 3; ++c) inside = inside || (levels[c][k] >= 1 && levels[c][k] <= 255);
     if (inside) ks[counted++] = k;
   }
-  for (int first = 0; first < counted; first += kLevelsPerPass) {
-    const int used = counted - first < kLevelsPerPass ? counted - first : kLevelsPerPass;
-    // (t - 1) - 128 per lane; 127 where nothing is counted, since no sample exceeds it.
-    alignas(32) signed char bound[kLevelsPerPass][96];
-    for (int g = 0; g < kLevelsPerPass; ++g) {
-      for (int i = 0; i < 96; ++i) {
-        const int t = g < used ? levels[i % 3][ks[first + g]] : 0;
-        bound[g][i] = static_cast<signed char>(t >= 1 && t <= 255 ? t - 1 - 128 : 127);
+  for (int g = counted; g < counted + 8; ++g) ks[g] = 0;
+  for (int j = 0; j < 3; ++j) {
+    __m256i channelMask[3];
+    alignas(32) unsigned char mask[32];
+    for (int c = 0; c < 3; ++c) {
+      for (int i = 0; i < 32; ++i) mask[i] = (32 * j + i) % 3 == c ? 0xFF : 0;
+      channelMask[c] = _mm256_load_si256(reinterpret_cast<const __m256i*>(mask));
+    }
+    // Lanes at or beyond 96 - tailBytes of the last chunk.
+    for (int i = 0; i < 32; ++i) mask[i] = 32 * j + i >= 96 - tailBytes ? 0xFF : 0;
+    const __m256i keep = _mm256_load_si256(reinterpret_cast<const __m256i*>(mask));
+    for (int first = 0; first < counted; first += 8) {
+      const int used = counted - first < 8 ? counted - first : 8;
+      // (t - 1) - 128 per lane; 127 where nothing is counted, since no sample exceeds it.
+      __m256i bound[8];
+      for (int g = 0; g < 8; ++g) {
+        __m256i b = _mm256_setzero_si256();
+        for (int c = 0; c < 3; ++c) {
+          const int t = g < used ? levels[c][ks[first + g]] : 0;
+          const char signedBound = static_cast<char>(t >= 1 && t <= 255 ? t - 1 - 128 : 127);
+          b = _mm256_or_si256(b, _mm256_and_si256(channelMask[c], _mm256_set1_epi8(signedBound)));
+        }
+        bound[g] = b;
+      }
+      if (used > 4) {
+        countVector<8>(src, srcStep, width, height, j, bound, keep, channelMask, ks + first, above);
+      } else {
+        countVector<4>(src, srcStep, width, height, j, bound, keep, channelMask, ks + first, above);
       }
     }
-    __m256i acc[kLevelsPerPass][3];
-    for (auto& a : acc) {
-      for (__m256i& v : a) v = _mm256_setzero_si256();
-    }
-    int run = 0;
-    for (int y = 0; y < height; ++y) {
-      const unsigned char* line = src + static_cast<ptrdiff_t>(y) * srcStep;
-      for (int chunk = 0; chunk < chunks; ++chunk) {
-        countChunk<false>(line + 96 * chunk, bound, keep, acc);
-      }
-      if (tailBytes) countChunk<true>(line + 3 * (width - 32), bound, keep, acc);
-      // At most chunks + 1 counts per line, and never 255 in a byte lane between emptyings.
-      run += chunks + 1;
-      if (run + chunks + 1 > 255) {
-        emptyCounts(acc, channelMask, ks + first, used, above);
-        run = 0;
-      }
-    }
-    emptyCounts(acc, channelMask, ks + first, used, above);
   }
   return width;
 }
