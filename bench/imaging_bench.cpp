@@ -4,7 +4,7 @@
 //   BM_Extract         the whole run: fit into the 256x256 box, gray and HSV images, the edge
 //                      and colour histograms, the rows of the signature;
 //   BM_ExtractGeneric  the same with the portable column forced, for the vectorised column's
-//                      gain;
+//                      gain (BM_Extract runs the column that selectProcessor chose);
 //   BM_FitIntoBox      the fit (the cubic resize into the box) alone;
 //   BM_Analysis        everything after the fit (CDescriptorExtractor::run on the fitted image);
 //   BM_BlockMeanHash   OpenCV img_hash BlockMeanHash, mode 0, on the same pixels, when the
@@ -75,7 +75,8 @@ void BM_ExtractGeneric(benchmark::State& state) {
   selectProcessor();
   useColumn(kGenericColumn);
   runExtract(state);
-  useColumn(vectorColumn() ? *vectorColumn() : kGenericColumn);
+  const std::vector<const SImagingColumn*> vector = vectorColumns();
+  useColumn(vector.empty() ? kGenericColumn : *vector.front());
 }
 
 void BM_FitIntoBox(benchmark::State& state) {

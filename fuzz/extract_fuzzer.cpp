@@ -3,12 +3,14 @@
 // buffer of exactly height lines so that any read past the photo is caught (a bare header
 // gives a black photo). Small and flat shapes reach the nearest and linear fallbacks of the
 // resize and the enlargement of the edge image. A run must end with the four vectors or with
-// one of the run's failure texts. Where the processor has the vectorised column, a second
-// engine runs every photo through it and must give the same bits as the portable column.
+// one of the run's failure texts. Every vectorised column that the processor can run has an
+// engine of its own, which runs every photo too and must give the same bits as the portable
+// column.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,8 +22,7 @@ namespace {
 // Runs the photo through `engine` with the slots filled from `column`; returns the failure
 // text, empty on success.
 std::string runWith(const SImagingColumn& column, CExtractorEngine& engine,
-                    const std::vector<unsigned char>& pixels, int width, int height,
-                    int lineStep) {
+                    const std::vector<unsigned char>& pixels, int width, int height, int lineStep) {
   useColumn(column);
   try {
     engine.run(pixels.data(), width, height, lineStep);
@@ -47,17 +48,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = rest[i % restSize];
 
   // One engine per column for all inputs, as a host keeps it: stale buffers carry over
-  // between photos, alike in both.
+  // between photos, alike in all.
   static CExtractorEngine portable(256, 256);
-  static CExtractorEngine vectorised(256, 256);
-  const std::string failure =
-      runWith(kGenericColumn, portable, pixels, width, height, lineStep);
-  const SImagingColumn* vector = vectorColumn();
-  if (vector == nullptr) return 0;
-  if (runWith(*vector, vectorised, pixels, width, height, lineStep) != failure) std::abort();
-  if (failure.empty() &&
-      std::memcmp(&portable.buffers, &vectorised.buffers, sizeof portable.buffers) != 0) {
-    std::abort();
+  static const std::vector<const SImagingColumn*> columns = vectorColumns();
+  static std::vector<std::unique_ptr<CExtractorEngine>> vectorised(columns.size());
+  const std::string failure = runWith(kGenericColumn, portable, pixels, width, height, lineStep);
+  for (size_t c = 0; c < columns.size(); ++c) {
+    if (!vectorised[c]) vectorised[c].reset(new CExtractorEngine(256, 256));
+    CExtractorEngine& engine = *vectorised[c];
+    if (runWith(*columns[c], engine, pixels, width, height, lineStep) != failure) std::abort();
+    if (failure.empty() &&
+        std::memcmp(&portable.buffers, &engine.buffers, sizeof portable.buffers) != 0) {
+      std::abort();
+    }
   }
   return 0;
 }

@@ -27,10 +27,10 @@ bool complete(const SImagingColumn& c) {
   return c.swapChannels && c.rgbToGray && c.rgbToHsv && c.histogramEven && c.resize3 && c.resize1;
 }
 
-// Fills the slots from the first complete column, the vectorised one first; 0 on success.
+// Fills the slots from the first complete column, the vectorised ones first; 0 on success.
 int fillSlots() {
-  const SImagingColumn* vector = vectorColumn();
-  const SImagingColumn* const order[] = {vector ? vector : &kGenericColumn, &kGenericColumn};
+  std::vector<const SImagingColumn*> order = vectorColumns();
+  order.push_back(&kGenericColumn);
   for (const SImagingColumn* c : order) {
     if (!complete(*c)) continue;
     fill(*c);
@@ -74,8 +74,9 @@ int selectProcessor() {
 
 namespace {
 
-int swapChannelsWith(const SVectorKernels* kernels, unsigned char* data, int step, int width,
-                     int height, const int order[3]) {
+template <KernelsFn kernelsOf>
+int swapChannelsWith(unsigned char* data, int step, int width, int height, const int order[3]) {
+  const SVectorKernels* kernels = kernelsOf();
   if (data == nullptr || order == nullptr) return kStsNullPtrErr;
   if (width < 1 || height < 1) return kStsSizeErr;
   if (step < 1) return kStsStepErr;
@@ -133,56 +134,21 @@ void hsvPixel(const unsigned char* s, unsigned char* d) {
   d[2] = static_cast<unsigned char>(v);
 }
 
-}  // namespace
-
-const SImagingColumn kGenericColumn = {"generic",        swapChannelsGeneric, rgbToGrayGeneric,
-                                       rgbToHsvGeneric,  histogramEvenGeneric, resize3Generic,
-                                       resize1Generic};
-
-const SImagingColumn* vectorColumn() {
-  static const SImagingColumn avx2 = {"avx2",         swapChannelsVector,  rgbToGrayVector,
-                                      rgbToHsvVector, histogramEvenVector, resize3Vector,
-                                      resize1Vector};
-#if defined(__x86_64__) || defined(__i386__)
-  // The check covers the processor and the operating system's saving of the wide registers.
-  if (avx2Kernels() != nullptr && __builtin_cpu_supports("avx2")) return &avx2;
-#endif
-  return nullptr;
-}
-
-void useColumn(const SImagingColumn& column) { fill(column); }
-
-int swapChannelsGeneric(unsigned char* data, int step, int width, int height, const int order[3]) {
-  return swapChannelsWith(nullptr, data, step, width, height, order);
-}
-
-int swapChannelsVector(unsigned char* data, int step, int width, int height, const int order[3]) {
-  return swapChannelsWith(avx2Kernels(), data, step, width, height, order);
-}
-
-int rgbToGrayGeneric(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep,
-                     int width, int height) {
-  return convertPixels<1>(src, srcStep, dst, dstStep, width, height, nullptr, grayPixel);
-}
-
-int rgbToGrayVector(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep,
-                    int width, int height) {
-  return convertPixels<1>(src, srcStep, dst, dstStep, width, height, avx2Kernels()->grayLine,
+template <KernelsFn kernels>
+int rgbToGrayWith(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep, int width,
+                  int height) {
+  const SVectorKernels* k = kernels();
+  return convertPixels<1>(src, srcStep, dst, dstStep, width, height, k ? k->grayLine : nullptr,
                           grayPixel);
 }
 
-int rgbToHsvGeneric(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep,
-                    int width, int height) {
-  return convertPixels<3>(src, srcStep, dst, dstStep, width, height, nullptr, hsvPixel);
-}
-
-int rgbToHsvVector(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep,
-                   int width, int height) {
-  return convertPixels<3>(src, srcStep, dst, dstStep, width, height, avx2Kernels()->hsvLine,
+template <KernelsFn kernels>
+int rgbToHsvWith(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep, int width,
+                 int height) {
+  const SVectorKernels* k = kernels();
+  return convertPixels<3>(src, srcStep, dst, dstStep, width, height, k ? k->hsvLine : nullptr,
                           hsvPixel);
 }
-
-namespace {
 
 // Whether the vector kernel can count against these levels: few enough, and rising after the
 // clamp, so that a bin is the difference of two counts of samples at least its edges.
@@ -202,9 +168,11 @@ bool countableLevels(int* const levels[3], const int levelCount[3]) {
 // defined with that loss). The last entry of hist is not written.
 // Counting: the column's kernel, when there is one, counts the leading pixels of each line
 // against the levels; tables of the 256 values count the rest. Both are exact.
-int histogramEvenWith(const SVectorKernels* kernels, const unsigned char* src, int srcStep,
-                      int width, int height, int* const hist[3], int* const levels[3],
-                      const int levelCount[3], const int lower[3], const int upper[3]) {
+template <KernelsFn kernelsOf>
+int histogramEvenWith(const unsigned char* src, int srcStep, int width, int height,
+                      int* const hist[3], int* const levels[3], const int levelCount[3],
+                      const int lower[3], const int upper[3]) {
+  const SVectorKernels* kernels = kernelsOf();
   if (src == nullptr || hist == nullptr || levels == nullptr || levelCount == nullptr ||
       lower == nullptr || upper == nullptr) {
     return kStsNullPtrErr;
@@ -269,18 +237,38 @@ int histogramEvenWith(const SVectorKernels* kernels, const unsigned char* src, i
   return kStsNoErr;
 }
 
+// One column: every operation with the same kernels.
+template <KernelsFn kernels>
+constexpr SImagingColumn columnOf(const char* name) {
+  return {name,
+          swapChannelsWith<kernels>,
+          rgbToGrayWith<kernels>,
+          rgbToHsvWith<kernels>,
+          histogramEvenWith<kernels>,
+          resizeWith<3, kernels>,
+          resizeWith<1, kernels>};
+}
+
+const SImagingColumn kAvx2Column = columnOf<avx2Kernels>("avx2");
+const SImagingColumn kAvx512Column = columnOf<avx512Kernels>("avx512");
+
 }  // namespace
 
-int histogramEvenGeneric(const unsigned char* src, int srcStep, int width, int height,
-                         int* const hist[3], int* const levels[3], const int levelCount[3],
-                         const int lower[3], const int upper[3]) {
-  return histogramEvenWith(nullptr, src, srcStep, width, height, hist, levels, levelCount, lower,
-                           upper);
+const SVectorKernels* noKernels() { return nullptr; }
+
+const SImagingColumn kGenericColumn = columnOf<noKernels>("generic");
+
+std::vector<const SImagingColumn*> vectorColumns() {
+  std::vector<const SImagingColumn*> columns;
+#if defined(__x86_64__) || defined(__i386__)
+  // The checks cover the processor and the operating system's saving of the wide registers.
+  const bool avx2 = avx2Kernels() != nullptr && __builtin_cpu_supports("avx2");
+  if (avx2 && avx512Kernels() != nullptr && __builtin_cpu_supports("avx512f")) {
+    columns.push_back(&kAvx512Column);
+  }
+  if (avx2) columns.push_back(&kAvx2Column);
+#endif
+  return columns;
 }
 
-int histogramEvenVector(const unsigned char* src, int srcStep, int width, int height,
-                        int* const hist[3], int* const levels[3], const int levelCount[3],
-                        const int lower[3], const int upper[3]) {
-  return histogramEvenWith(avx2Kernels(), src, srcStep, width, height, hist, levels, levelCount,
-                           lower, upper);
-}
+void useColumn(const SImagingColumn& column) { fill(column); }

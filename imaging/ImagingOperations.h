@@ -7,12 +7,14 @@
 // sizes).
 //
 // Callers go through the slots only. selectProcessor fills them from the first complete
-// column of implementations: the vectorised column when the processor has AVX2, else the
-// portable scalar column. Both give the same bits for every operation and every input.
+// column of implementations that the processor can run: AVX-512, then AVX2, then the portable
+// scalar column. All give the same bits for every operation and every input.
 //
 // REQUIRES: selectProcessor has returned before the first call through a slot.
 #ifndef ORVANE_IMAGING_IMAGINGOPERATIONS_H_
 #define ORVANE_IMAGING_IMAGINGOPERATIONS_H_
+
+#include <vector>
 
 // Status values.
 constexpr int kStsNoErr = 0;
@@ -46,10 +48,11 @@ using HistogramEvenFn = int (*)(const unsigned char* src, int srcStep, int width
                                 int* const hist[3], int* const levels[3], const int levelCount[3],
                                 const int lower[3], const int upper[3]);
 // Resize of the region (x, y, width, height) of the source into the top-left of dst.
-using ResizeFn = int (*)(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int x,
-                         int y, int width, int height, unsigned char* dst, int dstStep,
-                         int dstWidth, int dstHeight, double xFactor, double yFactor,
-                         int interpolation);
+using ResizeSignature = int(const unsigned char* src, int srcWidth, int srcHeight, int srcStep,
+                            int x, int y, int width, int height, unsigned char* dst, int dstStep,
+                            int dstWidth, int dstHeight, double xFactor, double yFactor,
+                            int interpolation);
+using ResizeFn = ResizeSignature*;
 
 // The call slots, empty until selectProcessor fills them.
 extern SwapChannelsFn swapChannels;
@@ -77,8 +80,8 @@ struct SImagingColumn {
 // The portable column, complete on every processor.
 extern const SImagingColumn kGenericColumn;
 
-// The vectorised column, or nullptr when this processor or build cannot run it.
-const SImagingColumn* vectorColumn();
+// The vectorised columns this processor can run, fastest first; none on other processors.
+std::vector<const SImagingColumn*> vectorColumns();
 
 // Fills the call slots from `column`, whatever selectProcessor chose: for tests that compare
 // the columns. Hosts cannot reach it; only the classes of the exported header leave the
@@ -86,34 +89,15 @@ const SImagingColumn* vectorColumn();
 // REQUIRES: no operation runs meanwhile.
 void useColumn(const SImagingColumn& column);
 
-// The two columns, one function per slot. Resize lives in Resize.cpp.
-int swapChannelsGeneric(unsigned char* data, int step, int width, int height, const int order[3]);
-int swapChannelsVector(unsigned char* data, int step, int width, int height, const int order[3]);
-int rgbToGrayGeneric(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep,
-                     int width, int height);
-int rgbToGrayVector(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep,
-                    int width, int height);
-int rgbToHsvGeneric(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep,
-                    int width, int height);
-int rgbToHsvVector(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep,
-                   int width, int height);
-int histogramEvenGeneric(const unsigned char* src, int srcStep, int width, int height,
-                         int* const hist[3], int* const levels[3], const int levelCount[3],
-                         const int lower[3], const int upper[3]);
-int histogramEvenVector(const unsigned char* src, int srcStep, int width, int height,
-                        int* const hist[3], int* const levels[3], const int levelCount[3],
-                        const int lower[3], const int upper[3]);
-int resize3Generic(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int x, int y,
-                   int width, int height, unsigned char* dst, int dstStep, int dstWidth,
-                   int dstHeight, double xFactor, double yFactor, int interpolation);
-int resize1Generic(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int x, int y,
-                   int width, int height, unsigned char* dst, int dstStep, int dstWidth,
-                   int dstHeight, double xFactor, double yFactor, int interpolation);
-int resize3Vector(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int x, int y,
-                  int width, int height, unsigned char* dst, int dstStep, int dstWidth,
-                  int dstHeight, double xFactor, double yFactor, int interpolation);
-int resize1Vector(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int x, int y,
-                  int width, int height, unsigned char* dst, int dstStep, int dstWidth,
-                  int dstHeight, double xFactor, double yFactor, int interpolation);
+// The kernels of a column; noKernels gives the portable code alone.
+struct SVectorKernels;
+using KernelsFn = const SVectorKernels* (*)();
+const SVectorKernels* noKernels();
+
+// The resize of C channels with the kernels of a column (instantiated in Resize.cpp for each).
+template <int C, KernelsFn kernels>
+int resizeWith(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int x, int y,
+               int width, int height, unsigned char* dst, int dstStep, int dstWidth, int dstHeight,
+               double xFactor, double yFactor, int interpolation);
 
 #endif  // ORVANE_IMAGING_IMAGINGOPERATIONS_H_

@@ -8,8 +8,8 @@
 #include <new>
 
 #include "imaging/ImagingOperations.h"
-#include "imaging/VectorKernels.h"
 #include "imaging/PixelConstants.h"
+#include "imaging/VectorKernels.h"
 #include "vexl/Truncate.h"
 
 namespace {
@@ -162,12 +162,13 @@ struct Workspace {
   double *wa, *wb, *wc;
   float *xFrac, *yFrac, *lines;
   int *xIndex, *yIndex, *xFirst;
+  int32_t* packed;
 
   bool allocate(int outWidth, int outHeight, int channels) {
     const size_t samples = static_cast<size_t>(outWidth) * channels + kLinePadding;
     // Doubles first, then floats and ints, each part a whole number of doubles.
     const size_t floats = 4 * samples + outWidth + outHeight;
-    const size_t ints = 2 * static_cast<size_t>(outWidth) + outHeight;
+    const size_t ints = 2 * static_cast<size_t>(outWidth) + outHeight + samples;
     block.reset(new (std::nothrow) double[3 * samples + (floats + 1) / 2 + (ints + 1) / 2]);
     if (!block) return false;
     wa = block.get();
@@ -179,20 +180,21 @@ struct Workspace {
     xIndex = reinterpret_cast<int*>(reinterpret_cast<double*>(lines) + (floats + 1) / 2);
     yIndex = xIndex + outWidth;
     xFirst = yIndex + outHeight;
+    packed = reinterpret_cast<int32_t*>(xFirst + outWidth);
     return true;
   }
 };
 
-// The horizontal cubic pass of one source line: the column's kernel takes the leading pixels
-// when there is one, the scalar code the rest.
+// The horizontal cubic pass of one source line: the column's kernels take the leading pixels
+// when there are any, the scalar code the rest.
 template <int C>
 void horizontalCubic(const unsigned char* row, const unsigned char* next, int srcWidth,
-                     const Workspace& ws, int outWidth, const SVectorKernels* kernels,
-                     float* out) {
+                     const Workspace& ws, int outWidth, const SVectorKernels* kernels, float* out) {
   int done = 0;
   if (kernels) {
-    done = (C == 3 ? kernels->cubicRow3 : kernels->cubicRow1)(
-        row, next, srcWidth * C, ws.xFirst, ws.wa, ws.wb, ws.wc, outWidth, out);
+    done = C == 3 ? kernels->packRow3(row, next, srcWidth * C, ws.xFirst, outWidth, ws.packed)
+                  : kernels->packRow1(row, ws.xFirst, outWidth, ws.packed);
+    kernels->cubicSamples(ws.packed, done * C, ws.wa, ws.wb, ws.wc, out);
   }
   cubicRow<C>(row, ws.xFirst, ws.wa, ws.wb, ws.wc, done, outWidth, out);
 }
@@ -306,30 +308,18 @@ int resizeC(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, 
 
 }  // namespace
 
-int resize3Generic(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int x, int y,
-                   int width, int height, unsigned char* dst, int dstStep, int dstWidth,
-                   int dstHeight, double xFactor, double yFactor, int interpolation) {
-  return resizeC<3>(src, srcWidth, srcHeight, srcStep, x, y, width, height, dst, dstStep, dstWidth,
-                    dstHeight, xFactor, yFactor, interpolation, nullptr);
+template <int C, KernelsFn kernels>
+int resizeWith(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int x, int y,
+               int width, int height, unsigned char* dst, int dstStep, int dstWidth, int dstHeight,
+               double xFactor, double yFactor, int interpolation) {
+  return resizeC<C>(src, srcWidth, srcHeight, srcStep, x, y, width, height, dst, dstStep, dstWidth,
+                    dstHeight, xFactor, yFactor, interpolation, kernels());
 }
 
-int resize1Generic(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int x, int y,
-                   int width, int height, unsigned char* dst, int dstStep, int dstWidth,
-                   int dstHeight, double xFactor, double yFactor, int interpolation) {
-  return resizeC<1>(src, srcWidth, srcHeight, srcStep, x, y, width, height, dst, dstStep, dstWidth,
-                    dstHeight, xFactor, yFactor, interpolation, nullptr);
-}
-
-int resize3Vector(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int x, int y,
-                  int width, int height, unsigned char* dst, int dstStep, int dstWidth,
-                  int dstHeight, double xFactor, double yFactor, int interpolation) {
-  return resizeC<3>(src, srcWidth, srcHeight, srcStep, x, y, width, height, dst, dstStep, dstWidth,
-                    dstHeight, xFactor, yFactor, interpolation, avx2Kernels());
-}
-
-int resize1Vector(const unsigned char* src, int srcWidth, int srcHeight, int srcStep, int x, int y,
-                  int width, int height, unsigned char* dst, int dstStep, int dstWidth,
-                  int dstHeight, double xFactor, double yFactor, int interpolation) {
-  return resizeC<1>(src, srcWidth, srcHeight, srcStep, x, y, width, height, dst, dstStep, dstWidth,
-                    dstHeight, xFactor, yFactor, interpolation, avx2Kernels());
-}
+// Every column's resizes.
+template ResizeSignature resizeWith<3, noKernels>;
+template ResizeSignature resizeWith<1, noKernels>;
+template ResizeSignature resizeWith<3, avx2Kernels>;
+template ResizeSignature resizeWith<1, avx2Kernels>;
+template ResizeSignature resizeWith<3, avx512Kernels>;
+template ResizeSignature resizeWith<1, avx512Kernels>;

@@ -11,8 +11,15 @@
 #include "imaging/PixelConstants.h"
 
 // Every function here that touches a vector carries the target itself; nothing else of the
-// library is built for AVX2.
+// library is built for AVX2 or AVX-512.
 #define ORVANE_AVX2 __attribute__((target("avx2")))
+#define ORVANE_AVX512 __attribute__((target("avx2,avx512f")))
+
+// GCC 12 takes the undefined upper lanes inside its own AVX-512 conversion intrinsics for
+// uninitialised values.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 
 namespace {
 
@@ -22,8 +29,9 @@ ORVANE_AVX2 inline void loadRgb8(const unsigned char* s, __m256i& r, __m256i& g,
   const __m256i bytes = _mm256_inserti128_si256(
       _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s))),
       _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 8)), 1);
-  const __m256i red = _mm256_setr_epi8(0, -1, -1, -1, 3, -1, -1, -1, 6, -1, -1, -1, 9, -1, -1, -1,
-                                       4, -1, -1, -1, 7, -1, -1, -1, 10, -1, -1, -1, 13, -1, -1, -1);
+  const __m256i red =
+      _mm256_setr_epi8(0, -1, -1, -1, 3, -1, -1, -1, 6, -1, -1, -1, 9, -1, -1, -1, 4, -1, -1, -1, 7,
+                       -1, -1, -1, 10, -1, -1, -1, 13, -1, -1, -1);
   const __m256i one = _mm256_set1_epi32(1);
   r = _mm256_shuffle_epi8(bytes, red);
   g = _mm256_shuffle_epi8(bytes, _mm256_add_epi8(red, one));
@@ -74,9 +82,9 @@ ORVANE_AVX2 int grayLine(const unsigned char* src, unsigned char* dst, int width
   for (; x + 8 <= width; x += 8) {
     __m256i r, g, b;
     loadRgb8(src + 3 * x, r, g, b);
-    const __m256i sum = _mm256_add_epi32(
-        _mm256_add_epi32(_mm256_mullo_epi32(r, wr), _mm256_mullo_epi32(g, wg)),
-        _mm256_mullo_epi32(b, wb));
+    const __m256i sum =
+        _mm256_add_epi32(_mm256_add_epi32(_mm256_mullo_epi32(r, wr), _mm256_mullo_epi32(g, wg)),
+                         _mm256_mullo_epi32(b, wb));
     const __m256i gray = _mm256_srli_epi32(sum, 12);
     storeBytes8(_mm256_castsi256_si128(gray), _mm256_extracti128_si256(gray, 1), dst + x);
   }
@@ -137,8 +145,8 @@ ORVANE_AVX2 int hsvLine(const unsigned char* src, unsigned char* dst, int width)
             highAsDouble(vb), highMask(isG), highMask(isB), hueHigh, satHigh);
     const __m256i hue = _mm256_andnot_si256(grey, _mm256_setr_m128i(hueLow, hueHigh));
     const __m256i sat = _mm256_andnot_si256(grey, _mm256_setr_m128i(satLow, satHigh));
-    const __m256i hsv = _mm256_or_si256(
-        _mm256_or_si256(hue, _mm256_slli_epi32(sat, 8)), _mm256_slli_epi32(v, 16));
+    const __m256i hsv =
+        _mm256_or_si256(_mm256_or_si256(hue, _mm256_slli_epi32(sat, 8)), _mm256_slli_epi32(v, 16));
     const __m256i packed = _mm256_shuffle_epi8(hsv, pack);
     unsigned char* d = dst + 3 * x;
     // Bytes 12..15 of the first store are garbage that the second overwrites.
@@ -151,84 +159,84 @@ ORVANE_AVX2 int hsvLine(const unsigned char* src, unsigned char* dst, int width)
   return x;
 }
 
-// Eight samples of the horizontal cubic from packed 32-bit lanes holding the bytes p0, p1,
-// p2, p3 (lowest first), with the weights of those samples. In integers (exact), as byte
-// pairs weighted into 16 bits and then added into 32:
+// The integer part of eight samples of the horizontal cubic, from packed 32-bit lanes holding
+// the bytes p0, p1, p2, p3 (lowest first); exact, as byte pairs weighted into 16 bits and then
+// added into 32:
 //   d1 = p1 - p0, d2 = (p2 - p1) - d1 = p0 - 2 p1 + p2,
-//   d3 = p1 - 2 p2 + p3 - d2 = -p0 + 3 p1 - 3 p2 + p3;
-// then, in double and left to right: float(p0 + d3 c + d2 b + d1 a).
-ORVANE_AVX2 inline void cubicSamples8(__m256i packed, const double* wa, const double* wb,
-                                      const double* wc, float* out) {
+//   d3 = p1 - 2 p2 + p3 - d2 = -p0 + 3 p1 - 3 p2 + p3.
+ORVANE_AVX2 inline void cubicDifferences8(__m256i packed, __m256i& p0, __m256i& d1, __m256i& d2,
+                                          __m256i& d3) {
   const __m256i pairs = _mm256_set1_epi16(1);
-  const __m256i p0 = _mm256_and_si256(packed, _mm256_set1_epi32(255));
-  const __m256i d1 = _mm256_madd_epi16(
-      _mm256_maddubs_epi16(packed, _mm256_set1_epi32(0x000001FF)), pairs);
-  const __m256i d2 = _mm256_madd_epi16(
-      _mm256_maddubs_epi16(packed, _mm256_set1_epi32(0x0001FE01)), pairs);
-  const __m256i d3 = _mm256_madd_epi16(
-      _mm256_maddubs_epi16(packed, _mm256_set1_epi32(0x01FD03FF)), pairs);
-  __m128 result[2];
-  for (int h = 0; h < 2; ++h) {
-    const __m256d x0 = h ? highAsDouble(p0) : lowAsDouble(p0);
-    const __m256d x1 = h ? highAsDouble(d1) : lowAsDouble(d1);
-    const __m256d x2 = h ? highAsDouble(d2) : lowAsDouble(d2);
-    const __m256d x3 = h ? highAsDouble(d3) : lowAsDouble(d3);
-    __m256d sum = _mm256_add_pd(x0, _mm256_mul_pd(x3, _mm256_loadu_pd(wc + 4 * h)));
-    sum = _mm256_add_pd(sum, _mm256_mul_pd(x2, _mm256_loadu_pd(wb + 4 * h)));
-    sum = _mm256_add_pd(sum, _mm256_mul_pd(x1, _mm256_loadu_pd(wa + 4 * h)));
-    result[h] = _mm256_cvtpd_ps(sum);
-  }
-  _mm256_storeu_ps(out, _mm256_setr_m128(result[0], result[1]));
+  p0 = _mm256_and_si256(packed, _mm256_set1_epi32(255));
+  d1 = _mm256_madd_epi16(_mm256_maddubs_epi16(packed, _mm256_set1_epi32(0x000001FF)), pairs);
+  d2 = _mm256_madd_epi16(_mm256_maddubs_epi16(packed, _mm256_set1_epi32(0x0001FE01)), pairs);
+  d3 = _mm256_madd_epi16(_mm256_maddubs_epi16(packed, _mm256_set1_epi32(0x01FD03FF)), pairs);
 }
 
-// Pixels per batch: their packed samples stay in a small buffer on the stack.
-constexpr int kBatch = 64;
+// Horizontal cubic of `count` packed samples (rounded up to a multiple of 8), with the weights
+// of those samples: float(p0 + d3 c + d2 b + d1 a), in double and left to right.
+ORVANE_AVX2 void cubicSamples(const int32_t* packed, int count, const double* wa, const double* wb,
+                              const double* wc, float* out) {
+  for (int e = 0; e < count; e += 8) {
+    __m256i p0, d1, d2, d3;
+    cubicDifferences8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(packed + e)), p0, d1, d2,
+                      d3);
+    __m128 result[2];
+    for (int h = 0; h < 2; ++h) {
+      const int at = e + 4 * h;
+      const __m256d x0 = h ? highAsDouble(p0) : lowAsDouble(p0);
+      const __m256d x1 = h ? highAsDouble(d1) : lowAsDouble(d1);
+      const __m256d x2 = h ? highAsDouble(d2) : lowAsDouble(d2);
+      const __m256d x3 = h ? highAsDouble(d3) : lowAsDouble(d3);
+      __m256d sum = _mm256_add_pd(x0, _mm256_mul_pd(x3, _mm256_loadu_pd(wc + at)));
+      sum = _mm256_add_pd(sum, _mm256_mul_pd(x2, _mm256_loadu_pd(wb + at)));
+      sum = _mm256_add_pd(sum, _mm256_mul_pd(x1, _mm256_loadu_pd(wa + at)));
+      result[h] = _mm256_cvtpd_ps(sum);
+    }
+    _mm256_storeu_ps(out + e, _mm256_setr_m128(result[0], result[1]));
+  }
+}
+
+// The same, eight doubles wide.
+ORVANE_AVX512 void cubicSamplesWide(const int32_t* packed, int count, const double* wa,
+                                    const double* wb, const double* wc, float* out) {
+  for (int e = 0; e < count; e += 8) {
+    __m256i p0, d1, d2, d3;
+    cubicDifferences8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(packed + e)), p0, d1, d2,
+                      d3);
+    __m512d sum = _mm512_add_pd(_mm512_cvtepi32_pd(p0),
+                                _mm512_mul_pd(_mm512_cvtepi32_pd(d3), _mm512_loadu_pd(wc + e)));
+    sum = _mm512_add_pd(sum, _mm512_mul_pd(_mm512_cvtepi32_pd(d2), _mm512_loadu_pd(wb + e)));
+    sum = _mm512_add_pd(sum, _mm512_mul_pd(_mm512_cvtepi32_pd(d1), _mm512_loadu_pd(wa + e)));
+    _mm256_storeu_ps(out + e, _mm512_cvtpd_ps(sum));
+  }
+}
 
 // Three channels: the 16 bytes from the first of the four pixels hold all twelve samples; a
 // shuffle packs the four samples of each channel into one lane. Only pixels whose 16 bytes
-// lie inside the line are taken; the last group of 8 samples may run past them.
-ORVANE_AVX2 int cubicRow3(const unsigned char* row, const unsigned char* next, int srcBytes,
-                          const int* xFirst, const double* wa, const double* wb,
-                          const double* wc, int outWidth, float* out) {
+// lie inside the line are taken.
+ORVANE_AVX2 int packRow3(const unsigned char* row, const unsigned char* next, int srcBytes,
+                         const int* xFirst, int outWidth, int32_t* packed) {
   int done = outWidth;
   while (done > 0 && xFirst[done - 1] + 16 > srcBytes) --done;
-  const __m128i gather =
-      _mm_setr_epi8(0, 3, 6, 9, 1, 4, 7, 10, 2, 5, 8, 11, -1, -1, -1, -1);
-  alignas(32) int32_t packed[3 * kBatch + 8] = {};
-  for (int x0 = 0; x0 < done; x0 += kBatch) {
-    const int count = done - x0 < kBatch ? done - x0 : kBatch;
-    const int* first = xFirst + x0;
-    if (next) {
-      for (int x = 0; x < count; ++x) {
-        _mm_prefetch(reinterpret_cast<const char*>(next + first[x]), _MM_HINT_T0);
-      }
+  if (next) {
+    for (int x = 0; x < done; ++x) {
+      _mm_prefetch(reinterpret_cast<const char*>(next + xFirst[x]), _MM_HINT_T0);
     }
-    for (int x = 0; x < count; ++x) {
-      const __m128i window = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + first[x]));
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(packed + 3 * x),
-                       _mm_shuffle_epi8(window, gather));
-    }
-    const int e0 = 3 * x0;
-    for (int e = 0; e < 3 * count; e += 8) {
-      cubicSamples8(_mm256_load_si256(reinterpret_cast<const __m256i*>(packed + e)), wa + e0 + e,
-                    wb + e0 + e, wc + e0 + e, out + e0 + e);
-    }
+  }
+  const __m128i gather = _mm_setr_epi8(0, 3, 6, 9, 1, 4, 7, 10, 2, 5, 8, 11, -1, -1, -1, -1);
+  for (int x = 0; x < done; ++x) {
+    const __m128i window = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + xFirst[x]));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(packed + 3 * x), _mm_shuffle_epi8(window, gather));
   }
   return done;
 }
 
 // One channel: the four samples of a pixel are four consecutive bytes.
-ORVANE_AVX2 int cubicRow1(const unsigned char* row, const unsigned char*, int, const int* xFirst,
-                          const double* wa, const double* wb, const double* wc, int outWidth,
-                          float* out) {
-  const int done = outWidth / 8 * 8;
-  for (int x = 0; x < done; x += 8) {
-    alignas(32) int32_t packed[8];
-    for (int k = 0; k < 8; ++k) std::memcpy(&packed[k], row + xFirst[x + k], 4);
-    cubicSamples8(_mm256_load_si256(reinterpret_cast<const __m256i*>(packed)), wa + x, wb + x,
-                  wc + x, out + x);
-  }
-  return done;
+ORVANE_AVX2 int packRow1(const unsigned char* row, const int* xFirst, int outWidth,
+                         int32_t* packed) {
+  for (int x = 0; x < outWidth; ++x) std::memcpy(&packed[x], row + xFirst[x], 4);
+  return outWidth;
 }
 
 // Vertical cubic pass, in double and left to right:
@@ -258,6 +266,30 @@ ORVANE_AVX2 int cubicColumns(const float* const* lines, int n, double a, double 
       bytes[h] = _mm256_cvttpd_epi32(_mm256_add_pd(sum, guard));
     }
     storeBytes8(bytes[0], bytes[1], dst + j);
+  }
+  return j;
+}
+
+// The same, eight doubles wide.
+ORVANE_AVX512 int cubicColumnsWide(const float* const* lines, int n, double a, double b, double c,
+                                   unsigned char* dst) {
+  const __m512d wa = _mm512_set1_pd(a), wb = _mm512_set1_pd(b), wc = _mm512_set1_pd(c);
+  const __m512d two = _mm512_set1_pd(2.0), guard = _mm512_set1_pd(kGuard);
+  int j = 0;
+  for (; j + 8 <= n; j += 8) {
+    const __m512d p0 = _mm512_cvtps_pd(_mm256_loadu_ps(lines[0] + j));
+    const __m512d p1 = _mm512_cvtps_pd(_mm256_loadu_ps(lines[1] + j));
+    const __m512d p2 = _mm512_cvtps_pd(_mm256_loadu_ps(lines[2] + j));
+    const __m512d p3 = _mm512_cvtps_pd(_mm256_loadu_ps(lines[3] + j));
+    const __m512d d1 = _mm512_sub_pd(p1, p0);
+    const __m512d d2 = _mm512_sub_pd(_mm512_sub_pd(p2, p1), d1);
+    const __m512d d3 =
+        _mm512_sub_pd(_mm512_add_pd(_mm512_sub_pd(p1, _mm512_mul_pd(two, p2)), p3), d2);
+    __m512d sum = _mm512_add_pd(p0, _mm512_mul_pd(d3, wc));
+    sum = _mm512_add_pd(sum, _mm512_mul_pd(d2, wb));
+    sum = _mm512_add_pd(sum, _mm512_mul_pd(d1, wa));
+    const __m256i ints = _mm512_cvttpd_epi32(_mm512_add_pd(sum, guard));
+    storeBytes8(_mm256_castsi256_si128(ints), _mm256_extracti128_si256(ints, 1), dst + j);
   }
   return j;
 }
@@ -369,15 +401,19 @@ ORVANE_AVX2 int countAtLeast(const unsigned char* src, int srcStep, int width, i
   return width;
 }
 
-const SVectorKernels kAvx2 = {swapLine,  grayLine,     hsvLine,     cubicRow3,
-                              cubicRow1, countAtLeast, cubicColumns};
+const SVectorKernels kAvx2 = {swapLine, grayLine, hsvLine,      countAtLeast,
+                              packRow3, packRow1, cubicSamples, cubicColumns};
+const SVectorKernels kAvx512 = {swapLine, grayLine, hsvLine,          countAtLeast,
+                                packRow3, packRow1, cubicSamplesWide, cubicColumnsWide};
 
 }  // namespace
 
 const SVectorKernels* avx2Kernels() { return &kAvx2; }
+const SVectorKernels* avx512Kernels() { return &kAvx512; }
 
 #else
 
 const SVectorKernels* avx2Kernels() { return nullptr; }
+const SVectorKernels* avx512Kernels() { return nullptr; }
 
 #endif

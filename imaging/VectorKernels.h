@@ -1,16 +1,20 @@
-// The inner loops of the vectorised imaging column, for processors with AVX2.
+// The inner loops of the vectorised imaging columns, for processors with AVX2 and, wider, with
+// AVX-512F.
 //
-// Each kernel does the leading part of one line that whole vectors cover and returns where it
-// stopped; the scalar code of the portable column finishes the line. Lanes are independent
-// pixels (or samples), each computed with the scalar code's operations in the scalar code's
-// order: integer steps are exact, and every double step rounds exactly as the scalar one (no
-// fused multiply-add, no reassociation), so both columns give the same bits.
+// Each kernel does the part of one line that whole vectors cover and says where it stopped;
+// the scalar code of the portable column finishes the line. Lanes are independent pixels (or
+// samples), each computed with the scalar code's operations in the scalar code's order:
+// integer steps are exact, and every double step rounds exactly as the scalar one (no fused
+// multiply-add, no reassociation), so every column gives the same bits.
 //
-// Only this header's kernels use instructions beyond baseline x86-64; they carry their target
-// on each function, so the rest of the library runs on any x86-64 processor.
-// REQUIRES: the processor supports AVX2 (ImagingOperations checks before it uses them).
+// Only these kernels use instructions beyond baseline x86-64; they carry their target on each
+// function, so the rest of the library runs on any x86-64 processor.
+// REQUIRES: the processor supports the kernels' instructions (ImagingOperations checks before
+// it uses them).
 #ifndef ORVANE_IMAGING_VECTORKERNELS_H_
 #define ORVANE_IMAGING_VECTORKERNELS_H_
+
+#include <cstdint>
 
 // Most levels per channel that the histogram kernel counts against.
 constexpr int kMaxHistogramLevels = 32;
@@ -21,25 +25,25 @@ struct SVectorKernels {
   // Pixels [0, returned) of one line: r, g, b bytes to gray, or to h, s, v bytes.
   int (*grayLine)(const unsigned char* src, unsigned char* dst, int width);
   int (*hsvLine)(const unsigned char* src, unsigned char* dst, int width);
-  // Horizontal cubic pass of one source line with 3 or 1 channels: output pixels
-  // [0, returned) of out, each from the four samples that start xFirst[x] bytes into the
-  // line, with the weights wa, wb, wc of its samples (one entry per output sample,
-  // pixel-major). The kernel may write up to 8 floats beyond the samples it returns; `out`
-  // has room for them behind the line.
-  // `srcBytes` is the number of bytes of the line that may be read. `next`, when not null, is
-  // the source line that comes next: its samples are fetched into the cache meanwhile.
-  int (*cubicRow3)(const unsigned char* row, const unsigned char* next, int srcBytes,
-                   const int* xFirst, const double* wa, const double* wb, const double* wc,
-                   int outWidth, float* out);
-  int (*cubicRow1)(const unsigned char* row, const unsigned char* next, int srcBytes,
-                   const int* xFirst, const double* wa, const double* wb, const double* wc,
-                   int outWidth, float* out);
   // For the pixels [0, returned) of every line of a 3-channel region: above[c][k] = the
   // number of samples of channel c that are at least levels[c][k], for k < count. A level
   // outside 1..255 is not counted (above stays 0); the caller knows those answers.
   int (*countAtLeast)(const unsigned char* src, int srcStep, int width, int height,
                       const int levels[3][kMaxHistogramLevels], int count,
                       long long above[3][kMaxHistogramLevels]);
+  // Horizontal cubic pass, first half: for output pixels [0, returned) of one source line with
+  // 3 or 1 channels, the four bytes of each sample's neighbours packed into one 32-bit lane,
+  // lowest first, pixel-major. The neighbours of pixel x start xFirst[x] bytes into the line;
+  // `srcBytes` bytes of it may be read. `next`, when not null, is the source line that comes
+  // next: its samples are fetched into the cache meanwhile.
+  int (*packRow3)(const unsigned char* row, const unsigned char* next, int srcBytes,
+                  const int* xFirst, int outWidth, int32_t* packed);
+  int (*packRow1)(const unsigned char* row, const int* xFirst, int outWidth, int32_t* packed);
+  // Second half: `count` floats of out from the packed samples and the weights wa, wb, wc of
+  // each sample. Works in groups of 8: packed, the weights and out reach up to 7 entries
+  // beyond `count`, which nobody uses.
+  void (*cubicSamples)(const int32_t* packed, int count, const double* wa, const double* wb,
+                       const double* wc, float* out);
   // Vertical cubic pass: samples [0, returned) of dst from four stored lines, with the
   // weights a, b and c (c already rounded to a float).
   int (*cubicColumns)(const float* const* lines, int n, double a, double b, double c,
@@ -48,5 +52,8 @@ struct SVectorKernels {
 
 // The AVX2 kernels, or nullptr in a build for another processor family.
 const SVectorKernels* avx2Kernels();
+// The same with the cubic passes eight doubles wide, for processors that also have AVX-512F,
+// or nullptr.
+const SVectorKernels* avx512Kernels();
 
 #endif  // ORVANE_IMAGING_VECTORKERNELS_H_

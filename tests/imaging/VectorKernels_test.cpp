@@ -1,6 +1,6 @@
-// The vectorised column against the portable one, bit for bit: every colour through gray and
-// HSV, awkward shapes and line steps through every operation, and whole extraction runs.
-// Skipped on a processor without the vectorised column.
+// Every vectorised column against the portable one, bit for bit: every colour through gray
+// and HSV, awkward shapes and line steps through every operation, and whole extraction runs.
+// Skipped on a processor without a vectorised column.
 #include "imaging/VectorKernels.h"
 
 #include <gtest/gtest.h>
@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -22,32 +23,39 @@ class VectorColumn : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(selectProcessor(), 0);
-    if (vectorColumn() == nullptr) GTEST_SKIP() << "no vectorised column on this processor";
-    vector = vectorColumn();
+    columns = vectorColumns();
+    if (columns.empty()) GTEST_SKIP() << "no vectorised column on this processor";
   }
-  const SImagingColumn* vector = nullptr;
+  // Leaves the slots as selectProcessor filled them.
+  void TearDown() override {
+    if (!columns.empty()) useColumn(*columns.front());
+  }
+  std::vector<const SImagingColumn*> columns;
 };
 
 // Every (r, g, b): one 256 by 256 image per red value, green down and blue across.
 TEST_F(VectorColumn, GrayAndHsvOfEveryColour) {
-  std::vector<unsigned char> rgb(256 * 256 * 3);
-  std::vector<unsigned char> want(rgb.size()), got(rgb.size());
-  int grayDiffer = 0, hsvDiffer = 0;
-  for (int r = 0; r < 256; ++r) {
-    for (int i = 0; i < 256 * 256; ++i) {
-      rgb[3 * i] = static_cast<unsigned char>(r);
-      rgb[3 * i + 1] = static_cast<unsigned char>(i >> 8);
-      rgb[3 * i + 2] = static_cast<unsigned char>(i);
+  for (const SImagingColumn* vector : columns) {
+    SCOPED_TRACE(vector->name);
+    std::vector<unsigned char> rgb(256 * 256 * 3);
+    std::vector<unsigned char> want(rgb.size()), got(rgb.size());
+    int grayDiffer = 0, hsvDiffer = 0;
+    for (int r = 0; r < 256; ++r) {
+      for (int i = 0; i < 256 * 256; ++i) {
+        rgb[3 * i] = static_cast<unsigned char>(r);
+        rgb[3 * i + 1] = static_cast<unsigned char>(i >> 8);
+        rgb[3 * i + 2] = static_cast<unsigned char>(i);
+      }
+      ASSERT_EQ(generic.rgbToGray(rgb.data(), 768, want.data(), 256, 256, 256), kStsNoErr);
+      ASSERT_EQ(vector->rgbToGray(rgb.data(), 768, got.data(), 256, 256, 256), kStsNoErr);
+      grayDiffer += std::memcmp(want.data(), got.data(), 256 * 256) != 0;
+      ASSERT_EQ(generic.rgbToHsv(rgb.data(), 768, want.data(), 768, 256, 256), kStsNoErr);
+      ASSERT_EQ(vector->rgbToHsv(rgb.data(), 768, got.data(), 768, 256, 256), kStsNoErr);
+      hsvDiffer += want != got;
     }
-    ASSERT_EQ(generic.rgbToGray(rgb.data(), 768, want.data(), 256, 256, 256), kStsNoErr);
-    ASSERT_EQ(vector->rgbToGray(rgb.data(), 768, got.data(), 256, 256, 256), kStsNoErr);
-    grayDiffer += std::memcmp(want.data(), got.data(), 256 * 256) != 0;
-    ASSERT_EQ(generic.rgbToHsv(rgb.data(), 768, want.data(), 768, 256, 256), kStsNoErr);
-    ASSERT_EQ(vector->rgbToHsv(rgb.data(), 768, got.data(), 768, 256, 256), kStsNoErr);
-    hsvDiffer += want != got;
+    EXPECT_EQ(grayDiffer, 0) << "red values with a differing gray";
+    EXPECT_EQ(hsvDiffer, 0) << "red values with a differing HSV";
   }
-  EXPECT_EQ(grayDiffer, 0) << "red values with a differing gray";
-  EXPECT_EQ(hsvDiffer, 0) << "red values with a differing HSV";
 }
 
 // A photo of `channels` bytes per pixel in lines of width * channels + padding bytes, in a
@@ -73,22 +81,25 @@ Photo makePhoto(int width, int height, int channels, int padding, int kind, uint
   return p;
 }
 
-// Runs `run` for both columns on the same input and same prefilled target; both targets
-// must come out equal, the status too.
+// Runs `run` for the portable and every vectorised column on the same input and same
+// prefilled target; all targets must come out equal, the statuses too.
 template <typename Run>
 void expectSameBits(size_t targetSize, Run run, const std::string& what) {
   SCOPED_TRACE(what);
-  std::vector<unsigned char> want(targetSize, 0xA5), got(targetSize, 0xA5);
-  const SImagingColumn& vector = *vectorColumn();
+  std::vector<unsigned char> want(targetSize, 0xA5);
   const int status = run(generic, want.data());
-  EXPECT_EQ(run(vector, got.data()), status);
-  size_t differ = 0, first = targetSize;
-  for (size_t i = 0; i < targetSize; ++i) {
-    if (want[i] != got[i]) {
-      if (differ++ == 0) first = i;
+  for (const SImagingColumn* vector : vectorColumns()) {
+    SCOPED_TRACE(vector->name);
+    std::vector<unsigned char> got(targetSize, 0xA5);
+    EXPECT_EQ(run(*vector, got.data()), status);
+    size_t differ = 0, first = targetSize;
+    for (size_t i = 0; i < targetSize; ++i) {
+      if (want[i] != got[i]) {
+        if (differ++ == 0) first = i;
+      }
     }
+    EXPECT_EQ(differ, 0u) << "first at byte " << first;
   }
-  EXPECT_EQ(differ, 0u) << "first at byte " << first;
 }
 
 TEST_F(VectorColumn, EveryOperationOnAwkwardShapes) {
@@ -104,36 +115,41 @@ TEST_F(VectorColumn, EveryOperationOnAwkwardShapes) {
       const Photo gray = makePhoto(width, height, 1, padding, kind, index * 104729u);
       const int outStep = width * 3 + 3;
       const size_t out = static_cast<size_t>(outStep) * height;
-      expectSameBits(out,
-                     [&](const SImagingColumn& c, unsigned char* d) {
-                       return c.rgbToGray(rgb.bytes.data(), rgb.step, d, outStep, width, height);
-                     },
-                     "gray " + shape);
-      expectSameBits(out,
-                     [&](const SImagingColumn& c, unsigned char* d) {
-                       return c.rgbToHsv(rgb.bytes.data(), rgb.step, d, outStep, width, height);
-                     },
-                     "hsv " + shape);
-      expectSameBits(rgb.bytes.size(),
-                     [&](const SImagingColumn& c, unsigned char* d) {
-                       std::memcpy(d, rgb.bytes.data(), rgb.bytes.size());
-                       const int order[3] = {2, 0, 1};
-                       return c.swapChannels(d, rgb.step, width, height, order);
-                     },
-                     "swap " + shape);
+      expectSameBits(
+          out,
+          [&](const SImagingColumn& c, unsigned char* d) {
+            return c.rgbToGray(rgb.bytes.data(), rgb.step, d, outStep, width, height);
+          },
+          "gray " + shape);
+      expectSameBits(
+          out,
+          [&](const SImagingColumn& c, unsigned char* d) {
+            return c.rgbToHsv(rgb.bytes.data(), rgb.step, d, outStep, width, height);
+          },
+          "hsv " + shape);
+      expectSameBits(
+          rgb.bytes.size(),
+          [&](const SImagingColumn& c, unsigned char* d) {
+            std::memcpy(d, rgb.bytes.data(), rgb.bytes.size());
+            const int order[3] = {2, 0, 1};
+            return c.swapChannels(d, rgb.step, width, height, order);
+          },
+          "swap " + shape);
       // The colour tiles' levels, and odd ones whose clamps cut bins away.
       const int counts[2][3] = {{17, 5, 5}, {9, 32, 2}};
-      const int lower[2][3] = {{0, 0, 0}, {-3, 0, 10}}, upper[2][3] = {{255, 255, 255}, {260, 255, 11}};
+      const int lower[2][3] = {{0, 0, 0}, {-3, 0, 10}},
+                upper[2][3] = {{255, 255, 255}, {260, 255, 11}};
       for (int set = 0; set < 2; ++set) {
-        expectSameBits(2 * 3 * 32 * sizeof(int),
-                       [&](const SImagingColumn& c, unsigned char* d) {
-                         int* ints = reinterpret_cast<int*>(d);
-                         int* const hist[3] = {ints, ints + 32, ints + 64};
-                         int* const levels[3] = {ints + 96, ints + 128, ints + 160};
-                         return c.histogramEven(rgb.bytes.data(), rgb.step, width, height, hist,
-                                                levels, counts[set], lower[set], upper[set]);
-                       },
-                       "histogram " + std::to_string(set) + " " + shape);
+        expectSameBits(
+            2 * 3 * 32 * sizeof(int),
+            [&](const SImagingColumn& c, unsigned char* d) {
+              int* ints = reinterpret_cast<int*>(d);
+              int* const hist[3] = {ints, ints + 32, ints + 64};
+              int* const levels[3] = {ints + 96, ints + 128, ints + 160};
+              return c.histogramEven(rgb.bytes.data(), rgb.step, width, height, hist, levels,
+                                     counts[set], lower[set], upper[set]);
+            },
+            "histogram " + std::to_string(set) + " " + shape);
       }
       // Into the 256 box as the preprocessor fits a photo, then to a shorter side of 70 as the
       // edge analysis enlarges one, and a plain enlargement by a factor.
@@ -145,20 +161,20 @@ TEST_F(VectorColumn, EveryOperationOnAwkwardShapes) {
         const int outHeight = std::min(300, static_cast<int>(height * factor));
         const size_t resized = static_cast<size_t>(300 * 3 + 5) * 300;
         const std::string scale = shape + " factor " + std::to_string(factor);
-        expectSameBits(resized,
-                       [&](const SImagingColumn& c, unsigned char* d) {
-                         return c.resize3(rgb.bytes.data(), width, height, rgb.step, 0, 0, width,
-                                          height, d, 300 * 3 + 5, outWidth, outHeight, factor,
-                                          factor, kInterCubic);
-                       },
-                       "resize3 " + scale);
-        expectSameBits(resized,
-                       [&](const SImagingColumn& c, unsigned char* d) {
-                         return c.resize1(gray.bytes.data(), width, height, gray.step, 0, 0,
-                                          width, height, d, 300 + 3, outWidth, outHeight, factor,
-                                          factor, kInterCubic);
-                       },
-                       "resize1 " + scale);
+        expectSameBits(
+            resized,
+            [&](const SImagingColumn& c, unsigned char* d) {
+              return c.resize3(rgb.bytes.data(), width, height, rgb.step, 0, 0, width, height, d,
+                               300 * 3 + 5, outWidth, outHeight, factor, factor, kInterCubic);
+            },
+            "resize3 " + scale);
+        expectSameBits(
+            resized,
+            [&](const SImagingColumn& c, unsigned char* d) {
+              return c.resize1(gray.bytes.data(), width, height, gray.step, 0, 0, width, height, d,
+                               300 + 3, outWidth, outHeight, factor, factor, kInterCubic);
+            },
+            "resize1 " + scale);
       }
     }
   }
@@ -175,30 +191,34 @@ std::vector<unsigned char> vectorBytes(const CExtractorEngine& engine) {
 TEST_F(VectorColumn, ExtractionRunsGiveTheSameVectors) {
   const struct {
     int width, height, padding, kind;
-  } photos[] = {{640, 480, 0, 0}, {300, 40, 1, 0},  {1000, 17, 3, 1}, {257, 255, 2, 2},
-                {33, 77, 5, 0},   {7, 300, 1, 1},    {4000, 3000, 0, 1}, {255, 5, 4, 2},
-                {16, 16, 0, 3},   {1920, 1080, 7, 2}, {17, 257, 3, 0}, {640, 480, 1, 3}};
-  useColumn(generic);
-  CExtractorEngine portable(256, 256);
-  useColumn(*vector);
-  CExtractorEngine vectorised(256, 256);
+  } photos[] = {{640, 480, 0, 0}, {300, 40, 1, 0},    {1000, 17, 3, 1},   {257, 255, 2, 2},
+                {33, 77, 5, 0},   {7, 300, 1, 1},     {4000, 3000, 0, 1}, {255, 5, 4, 2},
+                {16, 16, 0, 3},   {1920, 1080, 7, 2}, {17, 257, 3, 0},    {640, 480, 1, 3}};
+  std::vector<const SImagingColumn*> all = columns;
+  all.insert(all.begin(), &generic);
+  std::vector<std::unique_ptr<CExtractorEngine>> engines;
+  for (const SImagingColumn* column : all) {
+    useColumn(*column);
+    engines.emplace_back(new CExtractorEngine(256, 256));
+  }
   for (const auto& p : photos) {
     SCOPED_TRACE(std::to_string(p.width) + "x" + std::to_string(p.height));
     const Photo photo = makePhoto(p.width, p.height, 3, p.padding, p.kind, p.width * 31u);
-    std::string failure[2];
-    CExtractorEngine* engines[2] = {&portable, &vectorised};
-    for (int e = 0; e < 2; ++e) {
-      useColumn(e == 0 ? generic : *vector);
+    std::vector<std::string> failures(all.size());
+    for (size_t e = 0; e < all.size(); ++e) {
+      useColumn(*all[e]);
       try {
         engines[e]->run(photo.bytes.data(), p.width, p.height, photo.step);
       } catch (const std::string& text) {
-        failure[e] = text;
+        failures[e] = text;
       }
     }
-    EXPECT_EQ(failure[0], failure[1]);
-    EXPECT_EQ(vectorBytes(portable), vectorBytes(vectorised));
+    for (size_t e = 1; e < all.size(); ++e) {
+      SCOPED_TRACE(all[e]->name);
+      EXPECT_EQ(failures[e], failures[0]);
+      EXPECT_EQ(vectorBytes(*engines[e]), vectorBytes(*engines[0]));
+    }
   }
-  useColumn(*vector);
 }
 
 }  // namespace
