@@ -108,7 +108,7 @@ int main(int argc, char** argv) {
   dupsCommand->add_flag("--any-orientation", anyOrientation,
                         std::string(anyOrientationHelp) +
                             " (against its closest photo in the group). Every photo is "
-                            "decoded again, which takes about as long as indexing it");
+                            "decoded again, which takes about twice as long as indexing it");
   dups.jobs = index.jobs;
   dupsCommand->add_option("-j,--jobs", dups.jobs, "photos decoded at once (default: all cores)")
       ->check(kAtLeastOne);
