@@ -10,7 +10,7 @@
 #include "imaging/ImagingOperations.h"
 
 CExtractorEngine::CExtractorEngine(int height, int width) : buffers() {
-  // Only the portable column exists, so the selection cannot fail.
+  // The portable column is always complete, so the selection cannot fail.
   selectProcessor();
   input.reset(new CImageBuffer);
   working.reset(new CImageBuffer);
