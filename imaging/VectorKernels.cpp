@@ -91,10 +91,55 @@ ORVANE_AVX2 int grayLine(const unsigned char* src, unsigned char* dst, int width
   return x;
 }
 
+// The integer inputs of the colour conversion of 8 pixels (24 bytes), in 32-bit lanes:
+// V = max(r, g, b), d = V - min(r, g, b), and V minus each channel. `grey` marks the lanes
+// without colour (V == 0 or V == m, when d is 0 exactly); there d and V are set to 1, so that
+// the divisions stay finite, and the caller clears hue and saturation.
+struct SHsvInputs {
+  __m256i v, safeDiff, safeV, vr, vg, vb, isG, isB, grey;
+};
+
+ORVANE_AVX2 inline SHsvInputs hsvInputs8(const unsigned char* src) {
+  __m256i r, g, b;
+  loadRgb8(src, r, g, b);
+  SHsvInputs in;
+  const __m256i one = _mm256_set1_epi32(1);
+  in.v = _mm256_max_epi32(_mm256_max_epi32(r, g), b);
+  const __m256i diff = _mm256_sub_epi32(in.v, _mm256_min_epi32(_mm256_min_epi32(r, g), b));
+  in.grey = _mm256_cmpeq_epi32(diff, _mm256_setzero_si256());
+  in.safeDiff = _mm256_blendv_epi8(diff, one, in.grey);
+  in.safeV = _mm256_blendv_epi8(in.v, one, in.grey);
+  in.vr = _mm256_sub_epi32(in.v, r);
+  in.vg = _mm256_sub_epi32(in.v, g);
+  in.vb = _mm256_sub_epi32(in.v, b);
+  in.isG = _mm256_cmpeq_epi32(g, in.v);
+  in.isB = _mm256_cmpeq_epi32(b, in.v);
+  return in;
+}
+
+// Stores h, s, v bytes of 8 pixels (24 bytes); hue and saturation are cleared where grey.
+ORVANE_AVX2 inline void storeHsv8(__m256i hue, __m256i sat, const SHsvInputs& in,
+                                  unsigned char* d) {
+  // Bytes h, s, v of each 32-bit lane, packed into 12 bytes per 128-bit half.
+  const __m256i pack = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1, 0,
+                                        1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
+  hue = _mm256_andnot_si256(in.grey, hue);
+  sat = _mm256_andnot_si256(in.grey, sat);
+  const __m256i hsv =
+      _mm256_or_si256(_mm256_or_si256(hue, _mm256_slli_epi32(sat, 8)), _mm256_slli_epi32(in.v, 16));
+  const __m256i packed = _mm256_shuffle_epi8(hsv, pack);
+  // Bytes 12..15 of the first store are garbage that the second overwrites.
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(packed));
+  const __m128i high = _mm256_extracti128_si256(packed, 1);
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(d + 12), high);
+  const uint32_t last = static_cast<uint32_t>(_mm_extract_epi32(high, 2));
+  std::memcpy(d + 20, &last, 4);
+}
+
 // Hue and saturation of four pixels, as in the scalar code: with d = V - m and, in double,
 // S = trunc(255 (d / V) + half); rc, gc, bc = (V - channel) * (1 / d); h from the rule of the
 // last channel equal to V (r, then g, then b); x = h * 255 * sixth, plus 255 if negative;
-// H = trunc(x + half). Lanes without colour get d = V = 1 here and are cleared by the caller.
+// H = trunc(x + half).
 ORVANE_AVX2 inline void hueSat4(__m256d diff, __m256d v, __m256d vr, __m256d vg, __m256d vb,
                                 __m256d isG, __m256d isB, __m128i& hue, __m128i& sat) {
   const __m256d k255 = _mm256_set1_pd(255.0);
@@ -121,40 +166,44 @@ ORVANE_AVX2 inline __m256d highMask(__m256i mask) {
 }
 
 ORVANE_AVX2 int hsvLine(const unsigned char* src, unsigned char* dst, int width) {
-  // Bytes h, s, v of each 32-bit lane, packed into 12 bytes per 128-bit half.
-  const __m256i pack = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1, 0,
-                                        1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
-  const __m256i one = _mm256_set1_epi32(1);
   int x = 0;
   for (; x + 8 <= width; x += 8) {
-    __m256i r, g, b;
-    loadRgb8(src + 3 * x, r, g, b);
-    const __m256i v = _mm256_max_epi32(_mm256_max_epi32(r, g), b);
-    const __m256i diff = _mm256_sub_epi32(v, _mm256_min_epi32(_mm256_min_epi32(r, g), b));
-    // V == 0 or V == m: no colour, and d is 0 exactly then.
-    const __m256i grey = _mm256_cmpeq_epi32(diff, _mm256_setzero_si256());
-    const __m256i safeDiff = _mm256_blendv_epi8(diff, one, grey);
-    const __m256i safeV = _mm256_blendv_epi8(v, one, grey);
-    const __m256i vr = _mm256_sub_epi32(v, r), vg = _mm256_sub_epi32(v, g),
-                  vb = _mm256_sub_epi32(v, b);
-    const __m256i isG = _mm256_cmpeq_epi32(g, v), isB = _mm256_cmpeq_epi32(b, v);
+    const SHsvInputs in = hsvInputs8(src + 3 * x);
     __m128i hueLow, satLow, hueHigh, satHigh;
-    hueSat4(lowAsDouble(safeDiff), lowAsDouble(safeV), lowAsDouble(vr), lowAsDouble(vg),
-            lowAsDouble(vb), lowMask(isG), lowMask(isB), hueLow, satLow);
-    hueSat4(highAsDouble(safeDiff), highAsDouble(safeV), highAsDouble(vr), highAsDouble(vg),
-            highAsDouble(vb), highMask(isG), highMask(isB), hueHigh, satHigh);
-    const __m256i hue = _mm256_andnot_si256(grey, _mm256_setr_m128i(hueLow, hueHigh));
-    const __m256i sat = _mm256_andnot_si256(grey, _mm256_setr_m128i(satLow, satHigh));
-    const __m256i hsv =
-        _mm256_or_si256(_mm256_or_si256(hue, _mm256_slli_epi32(sat, 8)), _mm256_slli_epi32(v, 16));
-    const __m256i packed = _mm256_shuffle_epi8(hsv, pack);
-    unsigned char* d = dst + 3 * x;
-    // Bytes 12..15 of the first store are garbage that the second overwrites.
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(packed));
-    const __m128i high = _mm256_extracti128_si256(packed, 1);
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(d + 12), high);
-    const uint32_t last = static_cast<uint32_t>(_mm_extract_epi32(high, 2));
-    std::memcpy(d + 20, &last, 4);
+    hueSat4(lowAsDouble(in.safeDiff), lowAsDouble(in.safeV), lowAsDouble(in.vr), lowAsDouble(in.vg),
+            lowAsDouble(in.vb), lowMask(in.isG), lowMask(in.isB), hueLow, satLow);
+    hueSat4(highAsDouble(in.safeDiff), highAsDouble(in.safeV), highAsDouble(in.vr),
+            highAsDouble(in.vg), highAsDouble(in.vb), highMask(in.isG), highMask(in.isB), hueHigh,
+            satHigh);
+    storeHsv8(_mm256_setr_m128i(hueLow, hueHigh), _mm256_setr_m128i(satLow, satHigh), in,
+              dst + 3 * x);
+  }
+  return x;
+}
+
+// The same, eight doubles wide.
+ORVANE_AVX512 int hsvLineWide(const unsigned char* src, unsigned char* dst, int width) {
+  const __m512d k255 = _mm512_set1_pd(255.0);
+  const __m512d half = _mm512_set1_pd(kHsvHalf);
+  int x = 0;
+  for (; x + 8 <= width; x += 8) {
+    const SHsvInputs in = hsvInputs8(src + 3 * x);
+    const __m512d diff = _mm512_cvtepi32_pd(in.safeDiff);
+    const __m256i sat = _mm512_cvttpd_epi32(_mm512_add_pd(
+        _mm512_mul_pd(k255, _mm512_div_pd(diff, _mm512_cvtepi32_pd(in.safeV))), half));
+    const __m512d inv = _mm512_div_pd(_mm512_set1_pd(1.0), diff);
+    const __m512d rc = _mm512_mul_pd(_mm512_cvtepi32_pd(in.vr), inv);
+    const __m512d gc = _mm512_mul_pd(_mm512_cvtepi32_pd(in.vg), inv);
+    const __m512d bc = _mm512_mul_pd(_mm512_cvtepi32_pd(in.vb), inv);
+    const __mmask8 isG = static_cast<__mmask8>(_mm256_movemask_ps(_mm256_castsi256_ps(in.isG)));
+    const __mmask8 isB = static_cast<__mmask8>(_mm256_movemask_ps(_mm256_castsi256_ps(in.isB)));
+    __m512d h = _mm512_sub_pd(bc, gc);
+    h = _mm512_mask_blend_pd(isG, h, _mm512_sub_pd(_mm512_add_pd(_mm512_set1_pd(2.0), rc), bc));
+    h = _mm512_mask_blend_pd(isB, h, _mm512_add_pd(_mm512_sub_pd(_mm512_set1_pd(4.0), rc), gc));
+    __m512d angle = _mm512_mul_pd(_mm512_mul_pd(h, k255), _mm512_set1_pd(kHsvSixth));
+    const __mmask8 negative = _mm512_cmp_pd_mask(angle, _mm512_setzero_pd(), _CMP_LT_OQ);
+    angle = _mm512_mask_blend_pd(negative, angle, _mm512_add_pd(angle, k255));
+    storeHsv8(_mm512_cvttpd_epi32(_mm512_add_pd(angle, half)), sat, in, dst + 3 * x);
   }
   return x;
 }
@@ -403,7 +452,7 @@ ORVANE_AVX2 int countAtLeast(const unsigned char* src, int srcStep, int width, i
 
 const SVectorKernels kAvx2 = {swapLine, grayLine, hsvLine,      countAtLeast,
                               packRow3, packRow1, cubicSamples, cubicColumns};
-const SVectorKernels kAvx512 = {swapLine, grayLine, hsvLine,          countAtLeast,
+const SVectorKernels kAvx512 = {swapLine, grayLine, hsvLineWide,      countAtLeast,
                                 packRow3, packRow1, cubicSamplesWide, cubicColumnsWide};
 
 }  // namespace
