@@ -219,6 +219,7 @@ int runDups(const SDupsOptions& options) {
     return status;
   }
   const SMoveSummary summary = CPhotoMover(library).run(moves);
+  library.refreshCache();  // the next search starts from the cache again
   std::fprintf(notes, "%u moved, %u failed\n", summary.moved, summary.failed);
   return summary.failed > 0 ? kExitFailure : status;
 }

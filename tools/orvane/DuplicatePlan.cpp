@@ -44,20 +44,6 @@ std::int64_t pixelCount(const std::string& path) {
   }
 }
 
-std::string targetOf(const fs::path& path, const std::vector<fs::path>& indexedFolders,
-                     const fs::path& moveTo) {
-  const fs::path* outermost = nullptr;
-  for (const fs::path& folder : indexedFolders) {
-    if (isUnder(path, folder) &&
-        (outermost == nullptr || isUnder(*outermost, folder))) {
-      outermost = &folder;
-    }
-  }
-  const fs::path relative =
-      outermost != nullptr ? path.lexically_relative(*outermost) : path.relative_path();
-  return (moveTo / relative).string();
-}
-
 }  // namespace
 
 std::optional<std::string> moveToRefusal(const std::string& moveTo,
@@ -79,13 +65,26 @@ std::optional<std::string> moveToRefusal(const std::string& moveTo,
   return std::nullopt;
 }
 
+std::string moveTarget(const std::string& path, const std::vector<std::string>& indexedFolders,
+                       const std::string& moveTo) {
+  const fs::path* outermost = nullptr;
+  const std::vector<fs::path> folders = folderPaths(indexedFolders);
+  for (const fs::path& folder : folders) {
+    if (isUnder(path, folder) && (outermost == nullptr || isUnder(*outermost, folder))) {
+      outermost = &folder;
+    }
+  }
+  const fs::path relative = outermost != nullptr ? fs::path(path).lexically_relative(*outermost)
+                                                 : fs::path(path).relative_path();
+  return (folderPath(moveTo) / relative).string();
+}
+
 std::vector<std::vector<SPlannedMember>> planDuplicates(
     const std::vector<std::vector<SGroupMember>>& groups, const std::vector<SStoredPhoto>& photos,
     const std::vector<std::string>& indexedFolders, const SPlanOptions& options) {
   std::unordered_map<int, const SStoredPhoto*> byId;
   for (const SStoredPhoto& photo : photos) byId.emplace(photo.id, &photo);
   const std::vector<fs::path> references = folderPaths(options.references);
-  const std::vector<fs::path> indexed = folderPaths(indexedFolders);
   const fs::path moveTo = options.moveTo.empty() ? fs::path() : folderPath(options.moveTo);
 
   std::vector<std::vector<SPlannedMember>> plan;
@@ -112,7 +111,7 @@ std::vector<std::vector<SPlannedMember>> planDuplicates(
     }
     if (!moveTo.empty()) {
       for (SPlannedMember& member : members) {
-        if (!member.keep) member.target = targetOf(member.path, indexed, moveTo);
+        if (!member.keep) member.target = moveTarget(member.path, indexedFolders, options.moveTo);
       }
     }
     plan.push_back(std::move(members));

@@ -3,8 +3,7 @@
 // Photos under a reference folder always stay, and a group is planned only when it holds a
 // photo outside them; in a group without one, the keep rule chooses the one photo that
 // stays. Photos already under the move-to folder are set aside by an earlier run and take
-// no part. A photo that goes is planned under the move-to folder at its path relative to
-// the outermost indexed folder that holds it (its whole absolute path when none does).
+// no part. A photo that goes is planned at its moveTarget.
 #ifndef ORVANE_TOOLS_DUPLICATEPLAN_H_
 #define ORVANE_TOOLS_DUPLICATEPLAN_H_
 
@@ -35,6 +34,11 @@ struct SPlannedMember {
 std::optional<std::string> moveToRefusal(const std::string& moveTo,
                                          const std::vector<std::string>& indexedFolders,
                                          const std::vector<std::string>& references);
+
+// Where a photo goes under moveTo: at its path relative to the outermost indexed folder that
+// holds it, or at its whole absolute path when none does.
+std::string moveTarget(const std::string& path, const std::vector<std::string>& indexedFolders,
+                       const std::string& moveTo);
 
 // REQUIRES: every member of groups is in photos.
 std::vector<std::vector<SPlannedMember>> planDuplicates(
