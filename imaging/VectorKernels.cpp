@@ -268,13 +268,9 @@ ORVANE_AVX2 int packRow3(const unsigned char* row, const unsigned char* next, in
                          const int* xFirst, int outWidth, int32_t* packed) {
   int done = outWidth;
   while (done > 0 && xFirst[done - 1] + 16 > srcBytes) --done;
-  if (next) {
-    for (int x = 0; x < done; ++x) {
-      _mm_prefetch(reinterpret_cast<const char*>(next + xFirst[x]), _MM_HINT_T0);
-    }
-  }
   const __m128i gather = _mm_setr_epi8(0, 3, 6, 9, 1, 4, 7, 10, 2, 5, 8, 11, -1, -1, -1, -1);
   for (int x = 0; x < done; ++x) {
+    if (next) _mm_prefetch(reinterpret_cast<const char*>(next + xFirst[x]), _MM_HINT_T0);
     const __m128i window = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + xFirst[x]));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(packed + 3 * x), _mm_shuffle_epi8(window, gather));
   }
