@@ -14,12 +14,11 @@ namespace {
 const int kBinOfType[6] = {5, 0, 1, 2, 3, 4};
 
 // Quadrant sums a (top-left), b (top-right), c (bottom-left), d (bottom-right) are exact; each
-// becomes a mean as sum * (1 / (n n 0.25)) in double. Responses in double:
+// becomes a mean as sum * scale in double, scale = blockScale(n). Responses in double:
 //   1: |a - b + c - d|   2: |a + b - c - d|   3: sqrt(2) |a - d|   4: sqrt(2) |b - c|
 //   5: 2 |a - b - c + d|
 // A later type wins only if strictly greater; the best below the threshold means no edge.
-int classifySums(const int sum[4], int n, int threshold) {
-  const double scale = 1.0 / (n * n * 0.25);
+int classifySums(const int sum[4], double scale, int threshold) {
   const double a = sum[0] * scale, b = sum[1] * scale, c = sum[2] * scale, d = sum[3] * scale;
   const double root2 = std::sqrt(2.0);
   const double response[6] = {0.0,
@@ -34,6 +33,9 @@ int classifySums(const int sum[4], int n, int threshold) {
   }
   return response[best] < threshold ? 0 : best;
 }
+
+// 1 / (n n 0.25), in double, for blocks of side n.
+double blockScale(int n) { return 1.0 / (n * n * 0.25); }
 
 // Sums of the columns [0, width) over `rows` lines `stride` bytes apart, into sums.
 void columnSums(const unsigned char* data, unsigned stride, int rows, int width, int* sums) {
@@ -64,7 +66,7 @@ int CEdgeHistogram::classifyBlock(const unsigned char* block, int stride, int n,
     const int top = r < h ? 0 : 2;
     for (int col = 0; col < n; ++col) sum[top + (col < h ? 0 : 1)] += line[col];
   }
-  return classifySums(sum, n, threshold);
+  return classifySums(sum, blockScale(n), threshold);
 }
 
 void CEdgeHistogram::scan(const unsigned char* data, int width, int stride, int height, int block,
@@ -75,6 +77,7 @@ void CEdgeHistogram::scan(const unsigned char* data, int width, int stride, int 
   const unsigned hgt = static_cast<unsigned>(height);
   const unsigned step = static_cast<unsigned>(block);
   const int half = block / 2;
+  const double scale = blockScale(block);
   // The blocks of a block line cover the columns [0, covered): sums of the upper and lower
   // half of each column, then of half a block of them, give the quadrant sums.
   unsigned lastX = 0;
@@ -107,7 +110,7 @@ void CEdgeHistogram::scan(const unsigned char* data, int width, int stride, int 
       }
       const unsigned cell = 4 * cellRow + (4 * x) / w;
       ++blocks[cell];
-      ++types[cell][kBinOfType[classifySums(sum, block, threshold)]];
+      ++types[cell][kBinOfType[classifySums(sum, scale, threshold)]];
       x += step;
     } while (x <= w - step);
     y += step;
