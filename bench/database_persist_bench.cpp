@@ -4,16 +4,15 @@
 //   BM_SaveDatabase  saveToStream into a stream that only counts the bytes
 //   BM_LoadDatabase  loadFromStream from an in-memory stream into a store built alike
 // bytes_per_second is the stream's bytes over the processor time of one call. Counters:
-// stream_bytes; peak_extra_bytes, the most memory held during the call beyond what was held
-// before it (the loaded store's own vectors included for a load: store_bytes says how much
-// of it they are); peak_extra_per_stream, that peak over stream_bytes.
+// stream_bytes; peak_extra_bytes, the most memory resident during the call beyond what was
+// resident before it (the loaded store's own vectors included for a load: store_bytes says
+// how much of it they are); peak_extra_per_stream, that peak over stream_bytes.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 
 #include <cstdint>
-#include <cstdlib>
+#include <fstream>
 #include <istream>
-#include <new>
 #include <ostream>
 #include <random>
 #include <streambuf>
@@ -25,55 +24,28 @@
 
 namespace {
 
-// Bytes held by operator new, and the most held since the last resetPeak().
-std::size_t heldBytes = 0;
-std::size_t peakBytes = 0;
+// Resident bytes of the process (VmRSS), or the most resident since the last resetPeak()
+// (VmHWM): what a call really holds, whatever allocates it.
+double statusBytes(const std::string& field) {
+  std::ifstream status("/proc/self/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.compare(0, field.size() + 1, field + ":") == 0) {
+      return std::stod(line.substr(field.size() + 1)) * 1024.0;
+    }
+  }
+  return 0.0;
+}
 
-void resetPeak() { peakBytes = heldBytes; }
+// Freed memory goes back to the system first, so that no call is measured as reusing it.
+double residentBytes() {
+  malloc_trim(0);
+  return statusBytes("VmRSS");
+}
+double peakResidentBytes() { return statusBytes("VmHWM"); }
+void resetPeak() { std::ofstream("/proc/self/clear_refs") << "5"; }
 
 }  // namespace
-
-// Counts every block of operator new; malloc and free underneath (which g++ takes for a
-// mismatch inside the replacement itself).
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-#endif
-void* operator new(std::size_t size) {
-  void* block = std::malloc(size == 0 ? 1 : size);
-  if (block == nullptr) throw std::bad_alloc();
-  heldBytes += malloc_usable_size(block);
-  if (heldBytes > peakBytes) peakBytes = heldBytes;
-  return block;
-}
-void* operator new[](std::size_t size) { return operator new(size); }
-void operator delete(void* block) noexcept {
-  if (block == nullptr) return;
-  heldBytes -= malloc_usable_size(block);
-  std::free(block);
-}
-void operator delete[](void* block) noexcept { operator delete(block); }
-void operator delete(void* block, std::size_t) noexcept { operator delete(block); }
-void operator delete[](void* block, std::size_t) noexcept { operator delete(block); }
-// The store's vector blocks come aligned.
-void* operator new(std::size_t size, std::align_val_t alignment) {
-  const auto align = static_cast<std::size_t>(alignment);
-  void* block = std::aligned_alloc(align, (std::max<std::size_t>(size, 1) + align - 1) / align * align);
-  if (block == nullptr) throw std::bad_alloc();
-  heldBytes += malloc_usable_size(block);
-  if (heldBytes > peakBytes) peakBytes = heldBytes;
-  return block;
-}
-void* operator new[](std::size_t size, std::align_val_t alignment) {
-  return operator new(size, alignment);
-}
-void operator delete(void* block, std::align_val_t) noexcept { operator delete(block); }
-void operator delete[](void* block, std::align_val_t) noexcept { operator delete(block); }
-void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
-  operator delete(block);
-}
-void operator delete[](void* block, std::size_t, std::align_val_t) noexcept {
-  operator delete(block);
-}
 
 namespace {
 
@@ -142,33 +114,32 @@ void BM_SaveDatabase(benchmark::State& state) {
   CSignatureDatabase db;
   build(db, photos);
   std::size_t streamBytes = 0;
-  std::size_t peakExtra = 0;
+  double peakExtra = 0;
   for (auto _ : state) {
     CountingBuf sink;
     std::ostream out(&sink);
-    const std::size_t before = heldBytes;
+    const double before = residentBytes();
     resetPeak();
     benchmark::DoNotOptimize(db.saveToStream(out));
-    peakExtra = std::max(peakExtra, peakBytes - before);
+    peakExtra = std::max(peakExtra, peakResidentBytes() - before);
     streamBytes = sink.count;
   }
   state.SetItemsProcessed(state.iterations() * photos);
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * streamBytes));
   state.counters["stream_bytes"] = static_cast<double>(streamBytes);
-  state.counters["peak_extra_bytes"] = static_cast<double>(peakExtra);
-  state.counters["peak_extra_per_stream"] =
-      static_cast<double>(peakExtra) / static_cast<double>(streamBytes);
+  state.counters["peak_extra_bytes"] = peakExtra;
+  state.counters["peak_extra_per_stream"] = peakExtra / static_cast<double>(streamBytes);
 }
 
 void BM_LoadDatabase(benchmark::State& state) {
   const auto photos = static_cast<uint32_t>(state.range(0));
   std::string stream;
-  std::size_t storeBytes = 0;
+  double storeBytes = 0;
   {
     CSignatureDatabase source;
-    const std::size_t empty = heldBytes;
+    const double empty = residentBytes();
     build(source, photos);
-    storeBytes = heldBytes - empty;
+    storeBytes = residentBytes() - empty;
     CountingBuf sink;
     std::ostream counter(&sink);
     source.saveToStream(counter);
@@ -182,7 +153,7 @@ void BM_LoadDatabase(benchmark::State& state) {
   }
   std::vector<SFeatureGroupDef> defs;
   buildFeatureGroupDefs(defs);
-  std::size_t peakExtra = 0;
+  double peakExtra = 0;
   for (auto _ : state) {
     state.PauseTiming();
     {
@@ -190,12 +161,12 @@ void BM_LoadDatabase(benchmark::State& state) {
       db.init(defs, 0);
       MemoryBuf source(stream.data(), stream.data() + stream.size());
       std::istream in(&source);
-      const std::size_t before = heldBytes;
+      const double before = residentBytes();
       resetPeak();
       state.ResumeTiming();
       benchmark::DoNotOptimize(db.loadFromStream(in));
       state.PauseTiming();
-      peakExtra = std::max(peakExtra, peakBytes - before);
+      peakExtra = std::max(peakExtra, peakResidentBytes() - before);
       if (db.itemCount() != photos) state.SkipWithError("load lost items");
     }
     state.ResumeTiming();
@@ -203,10 +174,9 @@ void BM_LoadDatabase(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * photos);
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * stream.size()));
   state.counters["stream_bytes"] = static_cast<double>(stream.size());
-  state.counters["store_bytes"] = static_cast<double>(storeBytes);
-  state.counters["peak_extra_bytes"] = static_cast<double>(peakExtra);
-  state.counters["peak_extra_per_stream"] =
-      static_cast<double>(peakExtra) / static_cast<double>(stream.size());
+  state.counters["store_bytes"] = storeBytes;
+  state.counters["peak_extra_bytes"] = peakExtra;
+  state.counters["peak_extra_per_stream"] = peakExtra / static_cast<double>(stream.size());
 }
 
 BENCHMARK(BM_SaveDatabase)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);

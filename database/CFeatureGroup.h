@@ -54,7 +54,8 @@ class CFeatureGroup {
 
   // Scores the query tiles against every item with the distance of row `mode` (a mode above
   // the number of rows, a negative one included, uses row 1) and returns `results`, where
-  // entry item.index holds the item's id words and distance * scale as a float.
+  // entry i holds item i's id words and distance * scale as a float. The store itself scores
+  // all its groups in one pass (CGroupScan) and does not fill `results`.
   const std::vector<SClassifyResult>& classify(const float* tiles, int mode);
 
   // Takes one item out by moving the last item into its place. When `found` is false the
@@ -62,7 +63,7 @@ class CFeatureGroup {
   // `position` is trusted, so that the groups after the first follow the first one's search.
   void remove(uint32_t idLow, uint32_t idHigh, bool& found, uint32_t& position);
 
-  std::vector<SClassifyResult> results;  // last classification, by item index
+  std::vector<SClassifyResult> results;  // last classify of this group, by position
   MakeMeansFunction makeMeans = nullptr;
   float scale = 0.0f;     // weightValue * groupWeight: turns a distance into a score share
   uint32_t reserved = 0;  // never assigned; persisted only
