@@ -31,9 +31,10 @@ for fuzzer in "${fuzzers[@]}"; do
   before=$(find "$seeds" -type f | wc -l)
   bad=0
   echo "== $name: ${seconds}s"
-  # New inputs go to the scratch folder; the seeds change only through the merge below.
+  # New inputs go to the scratch folder; the seeds change only through the merge below. What
+  # the library prints while it runs goes to the log with the fuzzer's own report.
   if ! "$fuzzer" -max_total_time="$seconds" -rss_limit_mb=2048 -timeout=10 -print_final_stats=1 \
-      -artifact_prefix="$faults/$name-" "$scratch" "$seeds" 2>"$scratch.log"; then
+      -artifact_prefix="$faults/$name-" "$scratch" "$seeds" >"$scratch.log" 2>&1; then
     tail -n 60 "$scratch.log"
     if ((!keep)); then rm -rf "$scratch" "$scratch.log"; exit 1; fi
     echo "$name: fault kept in $faults/"
