@@ -134,20 +134,15 @@ void hsvPixel(const unsigned char* s, unsigned char* d) {
   d[2] = static_cast<unsigned char>(v);
 }
 
-template <KernelsFn kernels>
-int rgbToGrayWith(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep, int width,
-                  int height) {
+// A conversion of a column: its line kernel `line` when it has kernels, then `pixel` for the
+// rest of each line.
+template <KernelsFn kernels, int DstChannels, LineKernel SVectorKernels::*line,
+          void (*pixel)(const unsigned char*, unsigned char*)>
+int convertWith(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep, int width,
+                int height) {
   const SVectorKernels* k = kernels();
-  return convertPixels<1>(src, srcStep, dst, dstStep, width, height, k ? k->grayLine : nullptr,
-                          grayPixel);
-}
-
-template <KernelsFn kernels>
-int rgbToHsvWith(const unsigned char* src, int srcStep, unsigned char* dst, int dstStep, int width,
-                 int height) {
-  const SVectorKernels* k = kernels();
-  return convertPixels<3>(src, srcStep, dst, dstStep, width, height, k ? k->hsvLine : nullptr,
-                          hsvPixel);
+  return convertPixels<DstChannels>(src, srcStep, dst, dstStep, width, height,
+                                    k ? k->*line : nullptr, pixel);
 }
 
 // Whether the vector kernel can count against these levels: few enough, and rising after the
@@ -242,8 +237,8 @@ template <KernelsFn kernels>
 constexpr SImagingColumn columnOf(const char* name) {
   return {name,
           swapChannelsWith<kernels>,
-          rgbToGrayWith<kernels>,
-          rgbToHsvWith<kernels>,
+          convertWith<kernels, 1, &SVectorKernels::grayLine, grayPixel>,
+          convertWith<kernels, 3, &SVectorKernels::hsvLine, hsvPixel>,
           histogramEvenWith<kernels>,
           resizeWith<3, kernels>,
           resizeWith<1, kernels>};
