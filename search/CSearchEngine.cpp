@@ -1,0 +1,354 @@
+#include "search/CSearchEngine.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <cmath>
+#include <exception>
+#include <mutex>
+#include <thread>
+
+#include "database/CFeatureGroup.h"
+
+namespace {
+
+constexpr size_t kDims = CBoundEmbedding::kDims;
+
+// Photos scored per call of a many-vector kernel.
+constexpr size_t kScoreChunk = 64;
+// Rows whose pairs one work item finds; and rows compared per pass, small enough that they
+// stay in cache while every row of the block meets them.
+constexpr size_t kBlockRows = 64;
+constexpr size_t kTileRows = 512;
+// Photos sampled to choose the key.
+constexpr size_t kKeySample = 50000;
+
+const float kRankedNan = [] {
+  const uint32_t bits = 0x7fffffffu;
+  float nan;
+  std::memcpy(&nan, &bits, sizeof nan);
+  return nan;
+}();
+
+// The order of classify's ranking: ascending score, NaN after every number, equal scores by
+// position.
+bool ranksBefore(const SPhotoMatch& a, const SPhotoMatch& b) {
+  const bool aNan = std::isnan(a.score);
+  const bool bNan = std::isnan(b.score);
+  if (aNan != bNan) return bNan;
+  if (!aNan && a.score != b.score) return a.score < b.score;
+  return a.position < b.position;
+}
+
+bool isSame(float score) {
+  return static_cast<double>(score) <= CSearchEngine::kSamePhotoThreshold;
+}
+
+// Runs work(item, out) for items 0..count-1 on `threads` threads, each collecting into its
+// own list; calls progress from this thread while they run. Returns the lists joined.
+template <typename Work>
+std::vector<SPhotoPair> runParallel(unsigned threads, size_t count, const Work& work,
+                                    const CSearchEngine::Progress& progress) {
+  std::atomic<size_t> next{0};
+  std::atomic<size_t> done{0};
+  std::atomic<unsigned> running{threads};
+  std::vector<std::vector<SPhotoPair>> found(threads);
+  std::exception_ptr failure;
+  std::mutex failureLock;
+  std::vector<std::thread> workers;
+  for (unsigned t = 0; t < threads; ++t) {
+    workers.emplace_back([&, t] {
+      try {
+        for (size_t item; (item = next.fetch_add(1)) < count;) {
+          work(item, found[t]);
+          done.fetch_add(1);
+        }
+      } catch (...) {
+        std::lock_guard<std::mutex> hold(failureLock);
+        if (!failure) failure = std::current_exception();
+        next.store(count);
+      }
+      running.fetch_sub(1);
+    });
+  }
+  while (progress && running.load() > 0) {
+    progress(done.load(), count);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  for (std::thread& worker : workers) worker.join();
+  if (failure) std::rethrow_exception(failure);
+  if (progress) progress(count, count);
+  std::vector<SPhotoPair> all;
+  for (std::vector<SPhotoPair>& list : found) {
+    all.insert(all.end(), list.begin(), list.end());
+    std::vector<SPhotoPair>().swap(list);
+  }
+  return all;
+}
+
+}  // namespace
+
+CSearchEngine::CSearchEngine(CPhotoVectors photos, unsigned threads)
+    : vectors(std::move(photos)), threads(std::max(1u, threads)) {
+  const size_t count = vectors.size();
+  std::vector<float> allRows(count * kDims);
+  std::vector<char> bounded(count);
+  {
+    // Rows on all threads: the embedding is the bulk of the set-up.
+    std::vector<std::thread> workers;
+    for (unsigned t = 0; t < this->threads; ++t) {
+      workers.emplace_back([&, t] {
+        for (size_t i = t; i < count; i += this->threads) {
+          const double mass = embedding.embed(vectors, i, &allRows[i * kDims]);
+          bounded[i] = mass <= CBoundEmbedding::kMaxMass;
+        }
+      });
+    }
+    for (std::thread& worker : workers) worker.join();
+  }
+  std::vector<uint32_t> boundedPositions;
+  for (size_t i = 0; i < count; ++i) {
+    (bounded[i] ? boundedPositions : unbounded).push_back(static_cast<uint32_t>(i));
+  }
+  chooseKey(allRows, boundedPositions);
+  std::vector<std::pair<double, uint32_t>> keyed;
+  keyed.reserve(boundedPositions.size());
+  for (uint32_t i : boundedPositions) keyed.emplace_back(keyOf(&allRows[i * size_t{kDims}]), i);
+  std::sort(keyed.begin(), keyed.end());
+  keys.reserve(keyed.size());
+  order.reserve(keyed.size());
+  rows.resize(keyed.size() * kDims);
+  for (size_t r = 0; r < keyed.size(); ++r) {
+    keys.push_back(keyed[r].first);
+    order.push_back(keyed[r].second);
+    std::copy_n(&allRows[keyed[r].second * size_t{kDims}], kDims, &rows[r * kDims]);
+  }
+}
+
+size_t CSearchEngine::bytesPerPhoto() const {
+  if (vectors.size() == 0) return 0;
+  const size_t bytes = vectors.size() * (CPhotoVectors::photoFloats() * sizeof(float) +
+                                         sizeof(uint32_t)) +
+                       rows.size() * sizeof(float) + keys.size() * sizeof(double) +
+                       order.size() * sizeof(uint32_t) + unbounded.size() * sizeof(uint32_t);
+  return bytes / vectors.size();
+}
+
+// The key is sum of c_d * E_d with |c_d| <= 1, so |key(x) - key(y)| <= ||E(x) - E(y)||_1: it
+// bounds the distance. c is the direction along which the rows spread most (the leading
+// eigenvector of their covariance, by power iteration over a sample), scaled to max |c_d| = 1.
+void CSearchEngine::chooseKey(const std::vector<float>& allRows,
+                              const std::vector<uint32_t>& bounded) {
+  keyFactors.assign(kDims, 0.0);
+  if (bounded.empty()) return;
+  const size_t step = std::max<size_t>(1, bounded.size() / kKeySample);
+  std::vector<double> mean(kDims, 0.0);
+  size_t samples = 0;
+  for (size_t s = 0; s < bounded.size(); s += step, ++samples) {
+    for (size_t d = 0; d < kDims; ++d) mean[d] += allRows[bounded[s] * kDims + d];
+  }
+  for (double& m : mean) m /= static_cast<double>(samples);
+  std::vector<double> covariance(kDims * kDims, 0.0);
+  for (size_t s = 0; s < bounded.size(); s += step) {
+    double centred[kDims];
+    for (size_t d = 0; d < kDims; ++d) centred[d] = allRows[bounded[s] * kDims + d] - mean[d];
+    for (size_t a = 0; a < kDims; ++a) {
+      for (size_t b = 0; b < kDims; ++b) covariance[a * kDims + b] += centred[a] * centred[b];
+    }
+  }
+  std::vector<double> c(kDims, 1.0);
+  for (int iteration = 0; iteration < 100; ++iteration) {
+    std::vector<double> next(kDims, 0.0);
+    for (size_t a = 0; a < kDims; ++a) {
+      for (size_t b = 0; b < kDims; ++b) next[a] += covariance[a * kDims + b] * c[b];
+    }
+    double largest = 0.0;
+    for (double v : next) largest = std::max(largest, std::fabs(v));
+    if (!(largest > 0.0) || !std::isfinite(largest)) return;  // no spread: every key 0
+    for (size_t d = 0; d < kDims; ++d) c[d] = next[d] / largest;
+  }
+  keyFactors = c;
+}
+
+double CSearchEngine::keyOf(const float* row) const {
+  double key = 0.0;
+  for (size_t d = 0; d < kDims; ++d) key += keyFactors[d] * static_cast<double>(row[d]);
+  return key;
+}
+
+CSearchEngine::SWindow CSearchEngine::window(double key, double limit) const {
+  const auto begin = std::lower_bound(keys.begin(), keys.end(), key - limit);
+  const auto end = std::upper_bound(begin, keys.end(), key + limit);
+  return {static_cast<size_t>(begin - keys.begin()), static_cast<size_t>(end - keys.begin())};
+}
+
+// Each group: d = the kernel of the group's row for the mode (stored photo, query), then
+// share = (float)(d * (double)scale); score = (((0 + share0) + share1) + share2) + share3
+// in float, groups in order: classify's arithmetic.
+void CSearchEngine::score(const CPhotoVectors& queries, size_t query, const uint32_t* positions,
+                          size_t count, int mode, float* scores) const {
+  const std::vector<CFeatureGroup>& groups = CPhotoVectors::groups();
+  const float* stored[kScoreChunk];
+  uint32_t storedLength[kScoreChunk];
+  double distance[kScoreChunk];
+  for (size_t start = 0; start < count; start += kScoreChunk) {
+    const size_t n = std::min(kScoreChunk, count - start);
+    float* total = scores + start;
+    std::fill_n(total, n, 0.0f);
+    for (size_t g = 0; g < groups.size(); ++g) {
+      const CFeatureGroup& group = groups[g];
+      const SDistanceRow& row = group.distanceRows[mode];
+      const uint32_t length = CPhotoVectors::vectorLength(g);
+      for (size_t k = 0; k < n; ++k) {
+        stored[k] = vectors.vector(g, positions[start + k]);
+        storedLength[k] = length;
+      }
+      distanceManyOf(group.distanceFunctions[mode])(stored, storedLength, n,
+                                                     queries.vector(g, query), length, row.start,
+                                                     row.end, group.binsPerTile, distance);
+      const double scale = static_cast<double>(group.scale);
+      for (size_t k = 0; k < n; ++k) total[k] += static_cast<float>(distance[k] * scale);
+    }
+    // The database's ranking hands every NaN score over as the one pattern 0x7fffffff.
+    for (size_t k = 0; k < n; ++k) {
+      if (std::isnan(total[k])) total[k] = kRankedNan;
+    }
+  }
+}
+
+void CSearchEngine::keepSame(uint32_t query, const std::vector<uint32_t>& candidates,
+                             std::vector<SPhotoPair>& out) const {
+  std::vector<float> scores(candidates.size());
+  score(vectors, query, candidates.data(), candidates.size(), 0, scores.data());
+  for (size_t k = 0; k < candidates.size(); ++k) {
+    if (!isSame(scores[k])) continue;
+    out.push_back({std::min(query, candidates[k]), std::max(query, candidates[k]), scores[k]});
+  }
+}
+
+void CSearchEngine::pairsOfRows(size_t begin, size_t end, std::vector<SPhotoPair>& out) const {
+  const double limit = CBoundEmbedding::limit(kSamePhotoThreshold);
+  const float* factors = embedding.modeFactors(0);
+  const size_t last = window(keys[end - 1], limit).end;
+  std::vector<size_t> rowEnd(end - begin);
+  for (size_t i = begin; i < end; ++i) rowEnd[i - begin] = window(keys[i], limit).end;
+  std::vector<std::vector<uint32_t>> candidates(end - begin);
+  float bound[kTileRows];
+  for (size_t tile = begin + 1; tile < last; tile += kTileRows) {
+    const size_t tileEnd = std::min(last, tile + kTileRows);
+    for (size_t i = begin; i < end; ++i) {
+      const size_t from = std::max(tile, i + 1);
+      const size_t to = std::min(tileEnd, rowEnd[i - begin]);
+      if (from >= to) continue;
+      embedding.distances(&rows[i * kDims], &rows[from * kDims], to - from, factors, bound);
+      for (size_t j = from; j < to; ++j) {
+        if (bound[j - from] <= limit) candidates[i - begin].push_back(order[j]);
+      }
+    }
+  }
+  for (size_t i = begin; i < end; ++i) keepSame(order[i], candidates[i - begin], out);
+}
+
+void CSearchEngine::pairsOfUnbounded(size_t k, std::vector<SPhotoPair>& out) const {
+  std::vector<uint32_t> candidates(order);
+  candidates.insert(candidates.end(), unbounded.begin() + k + 1, unbounded.end());
+  keepSame(unbounded[k], candidates, out);
+}
+
+std::vector<SPhotoPair> CSearchEngine::samePhotoPairs(const Progress& progress) const {
+  const size_t blocks = (rows.size() / kDims + kBlockRows - 1) / kBlockRows;
+  std::vector<SPhotoPair> pairs = runParallel(
+      threads, blocks + unbounded.size(),
+      [this, blocks](size_t item, std::vector<SPhotoPair>& out) {
+        if (item < blocks) {
+          pairsOfRows(item * kBlockRows, std::min(keys.size(), (item + 1) * kBlockRows), out);
+        } else {
+          pairsOfUnbounded(item - blocks, out);
+        }
+      },
+      progress);
+  std::sort(pairs.begin(), pairs.end(), [](const SPhotoPair& a, const SPhotoPair& b) {
+    return a.first != b.first ? a.first < b.first : a.second < b.second;
+  });
+  return pairs;
+}
+
+std::vector<SPhotoMatch> CSearchEngine::samePhoto(const CPhotoVectors& queries,
+                                                  size_t query) const {
+  float row[kDims];
+  const bool boundable = embedding.embed(queries, query, row) <= CBoundEmbedding::kMaxMass;
+  std::vector<uint32_t> candidates(unbounded);
+  if (boundable) {
+    const double limit = CBoundEmbedding::limit(kSamePhotoThreshold);
+    const SWindow near = window(keyOf(row), limit);
+    std::vector<float> bound(near.end - near.begin);
+    embedding.distances(row, &rows[near.begin * kDims], bound.size(), embedding.modeFactors(0),
+                        bound.data());
+    for (size_t r = near.begin; r < near.end; ++r) {
+      if (bound[r - near.begin] <= limit) candidates.push_back(order[r]);
+    }
+  } else {
+    candidates.insert(candidates.end(), order.begin(), order.end());
+  }
+  std::vector<float> scores(candidates.size());
+  score(queries, query, candidates.data(), candidates.size(), 0, scores.data());
+  std::vector<SPhotoMatch> same;
+  for (size_t k = 0; k < candidates.size(); ++k) {
+    if (isSame(scores[k])) same.push_back({candidates[k], scores[k]});
+  }
+  std::sort(same.begin(), same.end(), ranksBefore);
+  return same;
+}
+
+// Scores first the photos of lowest bound, then every photo whose bound does not rule it out
+// against the n-th best score found so far; a photo left out scores above that, so above the
+// final n-th too.
+std::vector<SPhotoMatch> CSearchEngine::nearest(const CPhotoVectors& queries, size_t query,
+                                                size_t n) const {
+  n = std::min(n, vectors.size());
+  if (n == 0) return {};
+  float row[kDims];
+  const bool boundable = embedding.embed(queries, query, row) <= CBoundEmbedding::kMaxMass;
+  std::vector<uint32_t> first(unbounded);
+  std::vector<size_t> rest;  // rows not scored yet
+  std::vector<float> bound(keys.size());
+  if (boundable) {
+    embedding.distances(row, rows.data(), keys.size(), embedding.modeFactors(1), bound.data());
+    rest.resize(keys.size());
+    for (size_t r = 0; r < rest.size(); ++r) rest[r] = r;
+    const size_t early = std::min(rest.size(), std::max<size_t>(4 * n, 256));
+    std::nth_element(rest.begin(), rest.begin() + early, rest.end(),
+                     [&bound](size_t a, size_t b) { return bound[a] < bound[b]; });
+    for (size_t k = 0; k < early; ++k) first.push_back(order[rest[k]]);
+    rest.erase(rest.begin(), rest.begin() + early);
+  } else {
+    first.insert(first.end(), order.begin(), order.end());
+  }
+  const auto scoreAll = [&](const std::vector<uint32_t>& positions,
+                            std::vector<SPhotoMatch>& into) {
+    std::vector<float> scores(positions.size());
+    score(queries, query, positions.data(), positions.size(), 1, scores.data());
+    for (size_t k = 0; k < positions.size(); ++k) into.push_back({positions[k], scores[k]});
+  };
+  std::vector<SPhotoMatch> scored;
+  scoreAll(first, scored);
+  if (!rest.empty()) {
+    std::vector<SPhotoMatch> best(scored);
+    double nth = INFINITY;
+    if (best.size() >= n) {
+      std::nth_element(best.begin(), best.begin() + (n - 1), best.end(), ranksBefore);
+      nth = best[n - 1].score;
+    }
+    std::vector<uint32_t> more;
+    const double limit = std::isnan(nth) ? INFINITY : CBoundEmbedding::limit(nth);
+    for (size_t r : rest) {
+      if (!(bound[r] > limit)) more.push_back(order[r]);
+    }
+    scoreAll(more, scored);
+  }
+  const size_t keep = std::min(n, scored.size());
+  std::partial_sort(scored.begin(), scored.begin() + keep, scored.end(), ranksBefore);
+  scored.resize(keep);
+  return scored;
+}
