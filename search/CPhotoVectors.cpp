@@ -90,6 +90,13 @@ void CPhotoVectors::addVectors(size_t count, const uint32_t* photoIds,
   }
 }
 
+void CPhotoVectors::addAll(const CPhotoVectors& other) {
+  ids.insert(ids.end(), other.ids.begin(), other.ids.end());
+  for (size_t g = 0; g < data.size(); ++g) {
+    data[g].insert(data[g].end(), other.data[g].begin(), other.data[g].end());
+  }
+}
+
 bool CPhotoVectors::removeId(uint32_t id) {
   const auto found = std::find(ids.begin(), ids.end(), id);
   if (found == ids.end()) return false;

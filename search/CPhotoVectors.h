@@ -49,6 +49,9 @@ class CPhotoVectors {
   // group g one after another.
   void addVectors(size_t count, const uint32_t* photoIds, const float* const* groupVectors);
 
+  // Appends every photo of `other`.
+  void addAll(const CPhotoVectors& other);
+
   // Takes out the first photo with this id, the last photo moving into its place; false
   // when there is none.
   bool removeId(uint32_t id);

@@ -46,10 +46,11 @@ bool isSame(float score) {
 }
 
 // Runs work(item, out) for items 0..count-1 on `threads` threads, each collecting into its
-// own list; calls progress from this thread while they run. Returns the lists joined.
+// own list; work returns the photos the item covered, of `photos` in all. Calls progress from
+// this thread while they run. Returns the lists joined.
 template <typename Work>
-std::vector<SPhotoPair> runParallel(unsigned threads, size_t count, const Work& work,
-                                    const CSearchEngine::Progress& progress) {
+std::vector<SPhotoPair> runParallel(unsigned threads, size_t count, size_t photos,
+                                    const Work& work, const CSearchEngine::Progress& progress) {
   std::atomic<size_t> next{0};
   std::atomic<size_t> done{0};
   std::atomic<unsigned> running{threads};
@@ -61,8 +62,7 @@ std::vector<SPhotoPair> runParallel(unsigned threads, size_t count, const Work& 
     workers.emplace_back([&, t] {
       try {
         for (size_t item; (item = next.fetch_add(1)) < count;) {
-          work(item, found[t]);
-          done.fetch_add(1);
+          done.fetch_add(work(item, found[t]));
         }
       } catch (...) {
         std::lock_guard<std::mutex> hold(failureLock);
@@ -73,12 +73,12 @@ std::vector<SPhotoPair> runParallel(unsigned threads, size_t count, const Work& 
     });
   }
   while (progress && running.load() > 0) {
-    progress(done.load(), count);
+    progress(done.load(), photos);
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
   for (std::thread& worker : workers) worker.join();
   if (failure) std::rethrow_exception(failure);
-  if (progress) progress(count, count);
+  if (progress) progress(photos, photos);
   std::vector<SPhotoPair> all;
   for (std::vector<SPhotoPair>& list : found) {
     all.insert(all.end(), list.begin(), list.end());
@@ -124,6 +124,14 @@ CSearchEngine::CSearchEngine(CPhotoVectors photos, unsigned threads)
     order.push_back(keyed[r].second);
     std::copy_n(&allRows[keyed[r].second * size_t{kDims}], kDims, &rows[r * kDims]);
   }
+}
+
+// The vectors and id, two copies of the bounds (all photos' and the ordered ones), key,
+// order, and the sort's (key, position) pairs.
+size_t CSearchEngine::memoryPerPhoto() {
+  return CPhotoVectors::photoFloats() * sizeof(float) + sizeof(uint32_t) +
+         2 * kDims * sizeof(float) + sizeof(double) + sizeof(uint32_t) +
+         sizeof(std::pair<double, uint32_t>) + 1;
 }
 
 size_t CSearchEngine::bytesPerPhoto() const {
@@ -259,13 +267,15 @@ void CSearchEngine::pairsOfUnbounded(size_t k, std::vector<SPhotoPair>& out) con
 std::vector<SPhotoPair> CSearchEngine::samePhotoPairs(const Progress& progress) const {
   const size_t blocks = (rows.size() / kDims + kBlockRows - 1) / kBlockRows;
   std::vector<SPhotoPair> pairs = runParallel(
-      threads, blocks + unbounded.size(),
-      [this, blocks](size_t item, std::vector<SPhotoPair>& out) {
-        if (item < blocks) {
-          pairsOfRows(item * kBlockRows, std::min(keys.size(), (item + 1) * kBlockRows), out);
-        } else {
+      threads, blocks + unbounded.size(), vectors.size(),
+      [this, blocks](size_t item, std::vector<SPhotoPair>& out) -> size_t {
+        if (item >= blocks) {
           pairsOfUnbounded(item - blocks, out);
+          return 1;
         }
+        const size_t end = std::min(keys.size(), (item + 1) * kBlockRows);
+        pairsOfRows(item * kBlockRows, end, out);
+        return end - item * kBlockRows;
       },
       progress);
   std::sort(pairs.begin(), pairs.end(), [](const SPhotoPair& a, const SPhotoPair& b) {

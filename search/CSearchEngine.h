@@ -40,15 +40,18 @@ class CSearchEngine {
   // Scores at or below this count as the same photo (compared as doubles).
   static constexpr double kSamePhotoThreshold = 0.07;
 
-  // Called now and then from the calling thread with the share of the work done.
+  // Called now and then from the calling thread with the photos done and their total.
   using Progress = std::function<void(size_t done, size_t total)>;
+
+  // Bytes per photo that building an engine needs at its peak.
+  static size_t memoryPerPhoto();
 
   // REQUIRES: threads > 0.
   CSearchEngine(CPhotoVectors photos, unsigned threads);
 
   const CPhotoVectors& photos() const { return vectors; }
   size_t size() const { return vectors.size(); }
-  // Bytes held per photo, on average.
+  // Bytes held per photo, on average, once built.
   size_t bytesPerPhoto() const;
 
   // Every pair of photos with a mode-0 score at most 0.07, by first, then second position.

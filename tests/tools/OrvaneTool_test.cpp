@@ -183,6 +183,55 @@ TEST_F(OrvaneToolTest, DupsListsEachGroupOnce) {
   EXPECT_EQ(none.out, "no duplicates among 2 photos\n");
 }
 
+// A library written before the vectors cache (layout 1: photos, a change counter and a saved
+// database stream) is upgraded on first use and answers as a new one; a photo whose
+// signature cannot be read is reported and left out.
+TEST_F(OrvaneToolTest, OldLibrariesAreUpgradedAndAnswerAlike) {
+  makeFolder();
+  index();
+  const SRun fresh = run("dups " + library + " --json -j 1");
+  ASSERT_EQ(fresh.status, 0) << fresh.err;
+  const std::string old = (dir / "old.orvane").string();
+  const auto sql = [](const std::string& file, const std::string& statements) {
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(db, statements.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
+        << sqlite3_errmsg(db);
+    sqlite3_close(db);
+  };
+  sql(old, R"sql(
+    CREATE TABLE photo (id INTEGER PRIMARY KEY, path TEXT NOT NULL UNIQUE, size INTEGER NOT NULL,
+                        mtime INTEGER NOT NULL, signature BLOB NOT NULL);
+    CREATE TABLE counter (generation INTEGER NOT NULL);
+    INSERT INTO counter VALUES (0);
+    CREATE TABLE cache (generation INTEGER NOT NULL, stream BLOB NOT NULL);
+    CREATE TRIGGER photo_inserted AFTER INSERT ON photo
+      BEGIN UPDATE counter SET generation = generation + 1; END;
+    CREATE TRIGGER photo_updated AFTER UPDATE ON photo
+      BEGIN UPDATE counter SET generation = generation + 1; END;
+    CREATE TRIGGER photo_deleted AFTER DELETE ON photo
+      BEGIN UPDATE counter SET generation = generation + 1; END;
+    ATTACH ')sql" + library + R"sql(' AS fresh;
+    INSERT INTO photo SELECT * FROM fresh.photo;
+    INSERT INTO cache VALUES (6, x'0000');
+    PRAGMA application_id = 1330796110;  -- "ORVN"
+    PRAGMA user_version = 1;)sql");
+  const SRun upgraded = run("dups " + old + " --json");
+  EXPECT_EQ(upgraded.status, 0) << upgraded.err;
+  EXPECT_EQ(upgraded.out, fresh.out);
+  EXPECT_EQ(run("find " + old + " " + photo("first.jpg")).out,
+            run("find " + library + " " + photo("first.jpg")).out);
+
+  sql(old, "UPDATE photo SET signature = x'4f52' WHERE path LIKE '%first-q15%'");
+  const SRun skipped = run("dups " + old);
+  EXPECT_EQ(skipped.status, 0);
+  EXPECT_THAT(skipped.out, ::testing::StartsWith("3 photos:\n"));
+  EXPECT_THAT(skipped.err, HasSubstr(photo("copies/first-q15.jpg")));
+  EXPECT_THAT(skipped.err, HasSubstr("1 photos skipped"));
+  // The second run reads the stored cache and still knows what it left out.
+  EXPECT_EQ(run("dups " + old).err, skipped.err);
+}
+
 TEST_F(OrvaneToolTest, JsonAnswersParse) {
   makeFolder();
   index();
@@ -216,7 +265,7 @@ TEST_F(OrvaneToolTest, ScoresReadTheSameFromTheCacheAndFromTheSignatures) {
   const SRun cached = run(query);
   sqlite3* db = nullptr;
   ASSERT_EQ(sqlite3_open(library.c_str(), &db), SQLITE_OK);
-  ASSERT_EQ(sqlite3_exec(db, "DELETE FROM cache", nullptr, nullptr, nullptr), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db, "DELETE FROM vectors", nullptr, nullptr, nullptr), SQLITE_OK);
   sqlite3_close(db);
   const SRun rebuilt = run(query);
   EXPECT_EQ(cached.status, 0);
@@ -286,8 +335,12 @@ TEST_F(OrvaneToolTest, ForeignOrDamagedLibraryIsRefusedAndLeftAlone) {
   index();
   const std::string damaged = dir / "damaged.orvane";
   std::string bytes = readFile(library);
-  ASSERT_GT(bytes.size(), 8192u);
-  bytes.replace(4096, 4096, std::string(4096, '\xff'));
+  // The second page; the header gives the page size, 1 standing for 65536.
+  const unsigned sizeField = static_cast<unsigned char>(bytes.at(16)) << 8 |
+                             static_cast<unsigned char>(bytes.at(17));
+  const size_t pageSize = sizeField == 1 ? 65536 : sizeField;
+  ASSERT_GT(bytes.size(), 2 * pageSize);
+  bytes.replace(pageSize, 4096, std::string(4096, '\xff'));
   std::ofstream(damaged, std::ios::binary) << bytes;
 
   const struct {

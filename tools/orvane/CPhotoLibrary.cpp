@@ -2,22 +2,30 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <climits>
+#include <cstring>
+#include <exception>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <sstream>
 #include <utility>
 
+#include "signature/CAudioSignMulti.h"
 #include "tools/orvane/CToolError.h"
 
 namespace {
 
-// "ORVN" in the SQLite header marks a library file; the user version is the layout below.
+// "ORVN" in the SQLite header marks a library file; the user version is its layout.
 constexpr std::int64_t kApplicationId = 0x4F52564E;
-constexpr std::int64_t kLayoutVersion = 1;
 
-constexpr const char* kSchema = R"sql(
+// Layout k is what step k makes of a library of layout k - 1 (0: an empty file). A new
+// library runs every step; an older one the steps after its own layout.
+constexpr const char* kLayoutSteps[] = {
+    // 1: photos, and the saved database stream of all of them as a cache, current while the
+    // change counter stands at its generation.
+    R"sql(
 CREATE TABLE photo (
   id INTEGER PRIMARY KEY,
   path TEXT NOT NULL UNIQUE,
@@ -34,7 +42,61 @@ CREATE TRIGGER photo_updated AFTER UPDATE ON photo
   BEGIN UPDATE counter SET generation = generation + 1; END;
 CREATE TRIGGER photo_deleted AFTER DELETE ON photo
   BEGIN UPDATE counter SET generation = generation + 1; END;
-)sql";
+)sql",
+    // 2: the cache becomes the photos' group vectors in chunks of 4096 ids (chunk = id >> 12):
+    // ids and vectors as little-endian 32-bit words, the vectors group after group; the ids
+    // whose signatures could not be read. A change to a photo drops its chunk.
+    R"sql(
+DROP TRIGGER photo_inserted;
+DROP TRIGGER photo_updated;
+DROP TRIGGER photo_deleted;
+DROP TABLE cache;
+DROP TABLE counter;
+CREATE TABLE vectors (
+  chunk INTEGER PRIMARY KEY,
+  ids BLOB NOT NULL,
+  data BLOB NOT NULL,
+  unreadable BLOB NOT NULL
+);
+CREATE TRIGGER photo_inserted AFTER INSERT ON photo
+  BEGIN DELETE FROM vectors WHERE chunk = NEW.id >> 12; END;
+CREATE TRIGGER photo_updated AFTER UPDATE ON photo
+  BEGIN DELETE FROM vectors WHERE chunk IN (OLD.id >> 12, NEW.id >> 12); END;
+CREATE TRIGGER photo_deleted AFTER DELETE ON photo
+  BEGIN DELETE FROM vectors WHERE chunk = OLD.id >> 12; END;
+)sql",
+};
+constexpr std::int64_t kLayoutVersion = sizeof kLayoutSteps / sizeof kLayoutSteps[0];
+
+// Ids per chunk of the cache: chunk = id >> kChunkShift.
+constexpr int kChunkShift = 12;
+
+// Large pages keep a chunk's blobs on few pages, which reads faster.
+constexpr int kPageSize = 65536;
+
+bool hostIsLittleEndian() {
+  const std::uint32_t one = 1;
+  unsigned char first;
+  std::memcpy(&first, &one, 1);
+  return first == 1;
+}
+
+std::string failureText(const std::exception_ptr& failure) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (const std::exception& e) {
+    return e.what();
+  } catch (const std::string& text) {
+    return text;
+  } catch (...) {
+    return "unknown failure";
+  }
+}
+
+template <typename T>
+std::string bytesOf(const std::vector<T>& values) {
+  return std::string(reinterpret_cast<const char*>(values.data()), values.size() * sizeof(T));
+}
 
 // Added to layout 1 without changing its number: older files get them on first open.
 constexpr const char* kMoveTables = R"sql(
@@ -82,6 +144,12 @@ class Statement {
     const int size = sqlite3_column_bytes(statement, column);
     return data == nullptr ? std::string() : std::string(static_cast<const char*>(data), size);
   }
+  // The column's bytes in place: valid until the next step.
+  std::pair<const char*, size_t> blob(int column) {
+    const void* data = sqlite3_column_blob(statement, column);
+    const int size = sqlite3_column_bytes(statement, column);
+    return {static_cast<const char*>(data), data == nullptr ? 0 : static_cast<size_t>(size)};
+  }
 
  private:
   void check(int status) {
@@ -93,22 +161,6 @@ class Statement {
   const std::string& file;
   sqlite3_stmt* statement = nullptr;
 };
-
-// A load resets both weights of a database; setting those of a new database again makes
-// scores read the same before a save and after the load.
-void setNewDatabaseWeights(CFIDDatabase& database) {
-  static const std::pair<std::optional<float>, std::optional<float>> fresh = [] {
-    CFIDDatabase newDatabase(1, 0);
-    float weight0 = 0;
-    float weight1 = 0;
-    return std::make_pair(newDatabase.getWeight(0, &weight0) ? std::optional<float>(weight0)
-                                                             : std::nullopt,
-                          newDatabase.getWeight(1, &weight1) ? std::optional<float>(weight1)
-                                                             : std::nullopt);
-  }();
-  if (fresh.first) database.setWeight(0, *fresh.first);
-  if (fresh.second) database.setWeight(1, *fresh.second);
-}
 
 }  // namespace
 
@@ -128,6 +180,8 @@ CPhotoLibrary::CPhotoLibrary(const std::string& file, Access access) : fileName(
     throw CToolError(file, "cannot open (" + reason + ")");
   }
   sqlite3_busy_timeout(db, 10000);
+  // Mapped reads take the cache's chunks at memory speed, as far as SQLite maps.
+  sqlite3_exec(db, "PRAGMA mmap_size = 1099511627776", nullptr, nullptr, nullptr);
   try {
     checkFormat(access);
     settleInterruptedMoves();
@@ -166,16 +220,13 @@ void CPhotoLibrary::checkFormat(Access access) {
     throw;
   }
   if (applicationId == kApplicationId) {
-    if (layout != kLayoutVersion) {
+    if (layout < 1 || layout > kLayoutVersion) {
       fail("library layout " + std::to_string(layout) + " is not known to this orvane");
     }
+    if (layout < kLayoutVersion) upgrade(layout);
   } else if (applicationId == 0 && tables == 0 && access == Access::kCreate) {
-    begin();
-    execute(kSchema);
-    execute(("PRAGMA application_id = " + std::to_string(kApplicationId) +
-             "; PRAGMA user_version = " + std::to_string(kLayoutVersion))
-                .c_str());
-    commit();
+    execute(("PRAGMA page_size = " + std::to_string(kPageSize)).c_str());
+    upgrade(0);
   } else {
     fail("not an orvane library");
   }
@@ -302,77 +353,140 @@ void CPhotoLibrary::putSetting(const std::string& key, const std::string& value)
   put.bindText(1, key).bindText(2, value).step();
 }
 
-void CPhotoLibrary::forEachSignature(
-    const std::function<void(int id, const CFIDContainer& signature)>& visit) {
-  Statement query(db, fileName, "SELECT id, path, signature FROM photo ORDER BY id");
-  CFIDContainer signature;
-  while (query.step()) {
-    const int id = static_cast<int>(query.integer(0));
-    std::istringstream in(query.bytes(2));
-    try {
-      signature.read(in);
-    } catch (const FID_Exception& e) {
-      fail("damaged signature of " + query.bytes(1) + " (" + e.what() + ")");
-    }
-    visit(id, signature);
-  }
-}
-
-std::int64_t CPhotoLibrary::generation() {
-  Statement query(db, fileName, "SELECT generation FROM counter");
-  if (!query.step()) fail("damaged library (no change counter)");
-  return query.integer(0);
-}
-
-bool CPhotoLibrary::readCache(std::int64_t currentGeneration, std::string* stream) {
-  Statement query(db, fileName, "SELECT generation, stream FROM cache");
-  if (!query.step() || query.integer(0) != currentGeneration) return false;
-  *stream = query.bytes(1);
-  return true;
-}
-
-std::unique_ptr<CFIDDatabase> CPhotoLibrary::loadDatabase() {
-  execute("BEGIN");  // one snapshot for the count, the cache and the signatures
-  const std::int64_t count = photoCount();
-  std::string stream;
-  if (readCache(generation(), &stream)) {
-    auto database = std::make_unique<CFIDDatabase>(1, 0);
-    std::istringstream in(stream);
-    try {
-      database->load(in);
-      setNewDatabaseWeights(*database);
-      // A load does not report a stream it could not take; the count tells.
-      if (database->size() == count) {
-        commit();
-        return database;
-      }
-    } catch (const FID_Exception&) {
-      // A damaged cache only costs time: the signatures follow.
-    }
-  }
-  std::unique_ptr<CFIDDatabase> database = buildDatabase(count);
+// Every step after `from` in one transaction: an interrupted upgrade leaves the old layout.
+void CPhotoLibrary::upgrade(std::int64_t from) {
+  begin();
+  for (std::int64_t step = from; step < kLayoutVersion; ++step) execute(kLayoutSteps[step]);
+  execute(("PRAGMA application_id = " + std::to_string(kApplicationId) +
+           "; PRAGMA user_version = " + std::to_string(kLayoutVersion))
+              .c_str());
   commit();
-  return database;
 }
 
-std::unique_ptr<CFIDDatabase> CPhotoLibrary::buildDatabase(std::int64_t count) {
-  auto database = std::make_unique<CFIDDatabase>(1, static_cast<unsigned>(count));
-  forEachSignature([&database](int id, const CFIDContainer& signature) {
-    database->addSignature(signature, id, 0);
-  });
-  return database;
+struct CPhotoLibrary::SChunk {
+  CPhotoVectors vectors;
+  std::vector<std::pair<SStoredPhoto, std::string>> unreadable;
+};
+
+// The chunks that photos need and the cache lacks, ascending.
+std::vector<std::int64_t> CPhotoLibrary::staleChunks() {
+  std::vector<std::int64_t> stale;
+  Statement query(db, fileName,
+                  "SELECT DISTINCT id >> 12 FROM photo EXCEPT SELECT chunk FROM vectors "
+                  "ORDER BY 1");
+  while (query.step()) stale.push_back(query.integer(0));
+  return stale;
+}
+
+CPhotoLibrary::SChunk CPhotoLibrary::buildChunk(std::int64_t chunk) {
+  SChunk built;
+  Statement query(db, fileName,
+                  "SELECT id, path, size, mtime, signature FROM photo WHERE id >= ? AND id < ? "
+                  "ORDER BY id");
+  query.bind(1, chunk << kChunkShift).bind(2, (chunk + 1) << kChunkShift);
+  CAudioSignMulti signature;
+  while (query.step()) {
+    const std::int64_t id = query.integer(0);
+    try {
+      std::istringstream in(query.bytes(4));
+      signature.read(in, nullptr);
+      built.vectors.addSignature(signature, static_cast<std::uint32_t>(id));
+    } catch (...) {
+      built.unreadable.push_back(
+          {{static_cast<int>(id), query.bytes(1), {query.integer(2), query.integer(3)}},
+           failureText(std::current_exception())});
+    }
+  }
+  return built;
+}
+
+SStoredPhoto CPhotoLibrary::photoOf(std::int64_t id) {
+  Statement query(db, fileName, "SELECT path, size, mtime FROM photo WHERE id = ?");
+  query.bind(1, id);
+  if (!query.step()) return {static_cast<int>(id), std::string(), {}};
+  return {static_cast<int>(id), query.bytes(0), {query.integer(1), query.integer(2)}};
 }
 
 void CPhotoLibrary::refreshCache() {
+  if (!hostIsLittleEndian()) return;  // the cache's words are little-endian
   begin();
-  const std::int64_t current = generation();
-  std::string unused;
-  if (!readCache(current, &unused)) {
-    std::ostringstream out;
-    buildDatabase(photoCount())->save(out);
-    Statement(db, fileName, "DELETE FROM cache").step();
-    Statement insert(db, fileName, "INSERT INTO cache (generation, stream) VALUES (?, ?)");
-    insert.bind(1, current).bindBlob(2, out.str()).step();
+  for (std::int64_t chunk : staleChunks()) {
+    const SChunk built = buildChunk(chunk);
+    const CPhotoVectors& v = built.vectors;
+    std::vector<std::uint32_t> ids(v.size());
+    for (size_t i = 0; i < v.size(); ++i) ids[i] = v.id(i);
+    std::string data;
+    for (size_t g = 0; g < CPhotoVectors::groupCount(); ++g) {
+      if (v.size() > 0) {
+        data.append(reinterpret_cast<const char*>(v.vector(g, 0)),
+                    v.size() * CPhotoVectors::vectorLength(g) * sizeof(float));
+      }
+    }
+    std::vector<std::uint32_t> unreadable;
+    for (const auto& photo : built.unreadable) unreadable.push_back(photo.first.id);
+    Statement insert(db, fileName,
+                     "INSERT OR REPLACE INTO vectors (chunk, ids, data, unreadable) "
+                     "VALUES (?, ?, ?, ?)");
+    insert.bind(1, chunk).bindBlob(2, bytesOf(ids)).bindBlob(3, data).bindBlob(4, bytesOf(unreadable));
+    insert.step();
   }
   commit();
+}
+
+// Chunks come in id order, so the vectors do too. A chunk that does not add up (only a
+// damaged file has one) is built again from the signatures, and so is one that a writer
+// dropped since the refresh.
+CPhotoVectors CPhotoLibrary::loadVectors(
+    std::vector<std::pair<SStoredPhoto, std::string>>* unreadable) {
+  if (!staleChunks().empty()) refreshCache();
+  execute("BEGIN");  // one snapshot for the chunks and the photos
+  CPhotoVectors vectors;
+  vectors.reserve(static_cast<size_t>(photoCount()));
+  Statement needed(db, fileName, "SELECT DISTINCT id >> 12 FROM photo ORDER BY 1");
+  Statement stored(db, fileName,
+                   "SELECT chunk, ids, data, unreadable FROM vectors ORDER BY chunk");
+  bool more = hostIsLittleEndian() && stored.step();
+  const size_t photoBytes = CPhotoVectors::photoFloats() * sizeof(float);
+  while (needed.step()) {
+    const std::int64_t chunk = needed.integer(0);
+    while (more && stored.integer(0) < chunk) more = stored.step();
+    bool read = false;
+    if (more && stored.integer(0) == chunk) {
+      const auto [idBytes, idSize] = stored.blob(1);
+      const auto [data, dataSize] = stored.blob(2);
+      const size_t count = idSize / sizeof(std::uint32_t);
+      std::vector<std::uint32_t> ids(count);
+      if (count > 0) std::memcpy(ids.data(), idBytes, idSize);
+      read = idSize % sizeof(std::uint32_t) == 0 && dataSize == count * photoBytes &&
+             std::all_of(ids.begin(), ids.end(), [chunk](std::uint32_t id) {
+               return id != 0 && std::int64_t{id} >> kChunkShift == chunk;
+             });
+      if (read && count > 0) {
+        std::vector<const float*> groups;
+        size_t offset = 0;
+        for (size_t g = 0; g < CPhotoVectors::groupCount(); ++g) {
+          groups.push_back(reinterpret_cast<const float*>(data + offset));
+          offset += count * CPhotoVectors::vectorLength(g) * sizeof(float);
+        }
+        vectors.addVectors(count, ids.data(), groups.data());
+      }
+      if (read && unreadable != nullptr) {
+        const auto [skipped, skippedSize] = stored.blob(3);
+        for (size_t k = 0; k + sizeof(std::uint32_t) <= skippedSize; k += sizeof(std::uint32_t)) {
+          std::uint32_t id;
+          std::memcpy(&id, skipped + k, sizeof id);
+          unreadable->push_back({photoOf(id), "signature cannot be read"});
+        }
+      }
+    }
+    if (!read) {
+      SChunk built = buildChunk(chunk);
+      vectors.addAll(built.vectors);
+      if (unreadable != nullptr) {
+        for (auto& photo : built.unreadable) unreadable->push_back(std::move(photo));
+      }
+    }
+  }
+  commit();
+  return vectors;
 }

@@ -1,10 +1,13 @@
 // CPhotoLibrary: the library file of the orvane tool, a SQLite database.
 //
 // It holds one row per photo (id, path, size, modification time, signature stream) and,
-// as a cache, the saved database stream of all of them, so that a search starts from one
-// load instead of reading every signature. The cache is current only while no photo row has
-// changed since it was written (a counter that triggers raise with every change says so); a
-// stale or damaged cache is rebuilt from the signatures.
+// as a cache, the ready group vectors of the photos in chunks of 4096 consecutive ids, so
+// that a search reads vectors instead of decoding every signature, and no single value has
+// to hold the whole library. Triggers drop a chunk whenever a photo of its id range changes;
+// a missing or damaged chunk is built again from the signatures.
+//
+// Older library files are upgraded in place when opened (the layout steps in the source say
+// what each layout adds).
 //
 // It also keeps the folders that were indexed, and the photo moves under way: a move is
 // written down before the file moves and settled after, in the transaction that records the
@@ -23,11 +26,11 @@
 #include <orvane.h>
 
 #include <cstdint>
-#include <functional>
-#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "search/CPhotoVectors.h"
 #include "tools/orvane/PhotoFiles.h"
 
 struct sqlite3;
@@ -64,6 +67,8 @@ class CPhotoLibrary {
   std::int64_t photoCount();
   // Every photo, by id.
   std::vector<SStoredPhoto> photos();
+  // The photo of an id; an empty path when there is none.
+  SStoredPhoto photoOf(std::int64_t id);
 
   // Changes go between begin and commit; closing the library without commit drops them.
   void begin();
@@ -87,13 +92,11 @@ class CPhotoLibrary {
   // Stores value under key; goes between begin and commit.
   void putSetting(const std::string& key, const std::string& value);
 
-  // Calls back with the signature of every photo, by id.
-  void forEachSignature(const std::function<void(int id, const CFIDContainer& signature)>& visit);
-
-  // A database of every photo, under the photos' ids, with the weights of a new database:
-  // loaded from the cache when it is current, otherwise built from the signatures.
-  std::unique_ptr<CFIDDatabase> loadDatabase();
-  // Writes the cache anew unless it is current.
+  // The group vectors of every photo, by id: from the cache where it is current, otherwise
+  // from the signatures. A photo whose signature cannot be read is left out and added to
+  // `unreadable` with the reason.
+  CPhotoVectors loadVectors(std::vector<std::pair<SStoredPhoto, std::string>>* unreadable);
+  // Builds and stores every chunk of the cache that is missing.
   void refreshCache();
 
  private:
@@ -101,9 +104,10 @@ class CPhotoLibrary {
   [[noreturn]] void fail(const std::string& reason);
   void checkFormat(Access access);
   void settleInterruptedMoves();
-  std::int64_t generation();
-  bool readCache(std::int64_t currentGeneration, std::string* stream);
-  std::unique_ptr<CFIDDatabase> buildDatabase(std::int64_t count);
+  void upgrade(std::int64_t from);
+  std::vector<std::int64_t> staleChunks();
+  struct SChunk;
+  SChunk buildChunk(std::int64_t chunk);
 
   std::string fileName;
   sqlite3* db;

@@ -4,14 +4,20 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <unordered_map>
 
+#include "search/CSearchEngine.h"
+#include "signature/CAudioSignMulti.h"
 #include "tools/orvane/CIndexer.h"
 #include "tools/orvane/CPhotoLibrary.h"
 #include "tools/orvane/CPhotoMover.h"
+#include "tools/orvane/CProgressBar.h"
 #include "tools/orvane/CStdoutToStderr.h"
+#include "tools/orvane/CToolError.h"
 #include "tools/orvane/DuplicateGroups.h"
 #include "tools/orvane/DuplicatePlan.h"
 #include "tools/orvane/OrientedSearch.h"
@@ -21,10 +27,58 @@ namespace {
 
 using Json = nlohmann::json;
 
-std::unordered_map<int, std::string> pathsById(CPhotoLibrary& library) {
-  std::unordered_map<int, std::string> paths;
-  for (SStoredPhoto& photo : library.photos()) paths.emplace(photo.id, std::move(photo.path));
-  return paths;
+// Bytes of memory the system can still give, or 0 when it does not say.
+std::uint64_t availableMemory() {
+  std::ifstream meminfo("/proc/meminfo");
+  std::string key;
+  std::uint64_t kilobytes = 0;
+  while (meminfo >> key >> kilobytes) {
+    if (key == "MemAvailable:") return kilobytes * 1024;
+    meminfo.ignore(256, '\n');
+  }
+  return 0;
+}
+
+// Every photo of the library in a search engine, refused before any work when it cannot fit
+// in memory. Photos whose signatures cannot be read are reported and left out.
+std::unique_ptr<CSearchEngine> openEngine(CPhotoLibrary& library, unsigned jobs) {
+  const auto photos = static_cast<std::uint64_t>(library.photoCount());
+  const std::uint64_t needed = photos * CSearchEngine::memoryPerPhoto();
+  const std::uint64_t available = availableMemory();
+  if (available > 0 && needed > available) {
+    throw CToolError(library.file(), "searching " + std::to_string(photos) + " photos needs " +
+                                         std::to_string(needed >> 20) + " MB of memory, " +
+                                         std::to_string(available >> 20) + " MB are free");
+  }
+  std::vector<std::pair<SStoredPhoto, std::string>> unreadable;
+  auto engine = std::make_unique<CSearchEngine>(library.loadVectors(&unreadable), jobs);
+  for (const auto& [photo, reason] : unreadable) {
+    std::fprintf(stderr, "orvane: %s: %s; skipped\n", photo.path.c_str(), reason.c_str());
+  }
+  if (!unreadable.empty()) {
+    std::fprintf(stderr, "orvane: %zu photos skipped: their signatures cannot be read\n",
+                 unreadable.size());
+  }
+  return engine;
+}
+
+// A search of the engine with an extracted signature: the photos that count as the same photo
+// (near 0) or the near nearest, by id, closest first.
+Search engineSearch(const CSearchEngine& engine, unsigned near) {
+  return [&engine, near](const CFIDContainer& signature) {
+    std::stringstream stream;
+    signature.write(stream);
+    CAudioSignMulti sign;
+    sign.read(stream, nullptr);
+    CPhotoVectors query;
+    query.addSignature(sign, 1);
+    std::vector<CFIDMatch> matches;
+    for (const SPhotoMatch& match :
+         near > 0 ? engine.nearest(query, 0, near) : engine.samePhoto(query, 0)) {
+      matches.push_back({static_cast<int>(engine.photos().id(match.position)), 0, match.score});
+    }
+    return matches;
+  };
 }
 
 Json matchJson(int id, const std::string& path, float score) {
@@ -85,11 +139,13 @@ int runIndex(const SIndexOptions& options) {
   return summary.failed > 0 ? kExitFailure : kExitSuccess;
 }
 
-int runFind(const std::string& libraryFile, const std::vector<std::string>& photos,
-            unsigned near, bool json, bool anyOrientation) {
-  CPhotoLibrary library(libraryFile, CPhotoLibrary::Access::kExisting);
-  const std::unique_ptr<CFIDDatabase> database = library.loadDatabase();
-  const std::unordered_map<int, std::string> paths = pathsById(library);
+int runFind(const SFindOptions& options) {
+  CPhotoLibrary library(options.library, CPhotoLibrary::Access::kExisting);
+  const std::unique_ptr<CSearchEngine> engine = openEngine(library, options.jobs);
+  const std::vector<std::string>& photos = options.photos;
+  const unsigned near = options.near;
+  const bool json = options.json;
+  const bool anyOrientation = options.anyOrientation;
 
   struct SAnswer {
     std::string failure;
@@ -104,18 +160,15 @@ int runFind(const std::string& libraryFile, const std::vector<std::string>& phot
     for (std::size_t i = 0; i < photos.size(); ++i) {
       try {
         decodePhoto(photos[i], mode, photo);
-        if (database->size() > 0) {
-          answers[i].matches = searchOriented(
-              extractor, photo, anyOrientation,
-              [&database, near](const CFIDContainer& signature) {
-                return near > 0 ? database->classify(signature, near, 1)
-                                : database->classify(signature, 0, 0);
-              },
-              near);
-        }
+        answers[i].matches = searchOriented(extractor, photo, anyOrientation,
+                                            engineSearch(*engine, near), near);
       } catch (const std::exception& e) {
         answers[i].failure = e.what();
-        std::fprintf(stderr, "orvane: %s: %s\n", photos[i].c_str(), e.what());
+      } catch (const std::string& text) {
+        answers[i].failure = text;
+      }
+      if (!answers[i].failure.empty()) {
+        std::fprintf(stderr, "orvane: %s: %s\n", photos[i].c_str(), answers[i].failure.c_str());
       }
     }
   }
@@ -133,7 +186,7 @@ int runFind(const std::string& libraryFile, const std::vector<std::string>& phot
       if (answers[i].matches.empty()) std::printf("  no %s photo\n", near > 0 ? "stored" : "same");
     }
     for (const SOrientedMatch& match : answers[i].matches) {
-      const std::string& path = paths.at(match.id);
+      const std::string path = library.photoOf(match.id).path;
       Json entry = matchJson(match.id, path, match.score);
       if (anyOrientation) entry["orientation"] = match.orientation.name();
       result["matches"].push_back(entry);
@@ -155,14 +208,17 @@ int runDups(const SDupsOptions& options) {
       return kExitUsage;
     }
   }
-  const std::unique_ptr<CFIDDatabase> database = library.loadDatabase();
+  const std::unique_ptr<CSearchEngine> engine = openEngine(library, options.jobs);
 
   std::vector<SOrientedLink> links;
-  library.forEachSignature([&database, &links](int id, const CFIDContainer& signature) {
-    for (const CFIDMatch& match : database->classify(signature, 0, 0)) {
-      if (match.id != id) links.push_back({id, match.id, match.score, {}});
+  {
+    CProgressBar bar(engine->size());
+    for (const SPhotoPair& pair :
+         engine->samePhotoPairs([&bar](size_t done, size_t) { bar.update(done); })) {
+      links.push_back({static_cast<int>(engine->photos().id(pair.first)),
+                       static_cast<int>(engine->photos().id(pair.second)), pair.score, {}});
     }
-  });
+  }
   const std::vector<SStoredPhoto> photos = library.photos();
   unsigned undecoded = 0;
   if (options.anyOrientation) {
@@ -170,9 +226,7 @@ int runDups(const SDupsOptions& options) {
     // Only the turned copies are extracted here, and a fast decode serves them as well as a
     // full one: the same photographs were found either way, at a third of the time.
     const std::vector<SOrientedLink> turned = turnedCopyLinks(
-        photos, DecodeMode::kFast,
-        [&database](const CFIDContainer& signature) { return database->classify(signature, 0, 0); },
-        options.jobs, &undecoded);
+        photos, DecodeMode::kFast, engineSearch(*engine, 0), options.jobs, &undecoded);
     links.insert(links.end(), turned.begin(), turned.end());
   }
   std::vector<SPhotoLink> pairs;

@@ -27,10 +27,16 @@ struct SIndexOptions {
 
 // Exit status 3 when any photo failed, after indexing all the others.
 int runIndex(const SIndexOptions& options);
-// near 0: the photos that count as the same photo; otherwise the near nearest.
-// anyOrientation: also the mirrored and turned copies of the photos.
-int runFind(const std::string& library, const std::vector<std::string>& photos, unsigned near,
-            bool json, bool anyOrientation);
+struct SFindOptions {
+  std::string library;
+  std::vector<std::string> photos;
+  unsigned near = 0;  // 0: the photos that count as the same photo; otherwise the near nearest
+  bool json = false;
+  bool anyOrientation = false;  // also the mirrored and turned copies of the photos
+  unsigned jobs = 1;            // threads of the search
+};
+
+int runFind(const SFindOptions& options);
 struct SDupsOptions {
   std::string library;
   bool json = false;
@@ -39,7 +45,7 @@ struct SDupsOptions {
   std::string moveTo;                   // empty: nothing moves
   bool dryRun = false;
   bool anyOrientation = false;  // also mirrored and turned copies, decoding every photo again
-  unsigned jobs = 1;            // threads that decode
+  unsigned jobs = 1;            // threads of the search, and that decode
 };
 
 int runDups(const SDupsOptions& options);

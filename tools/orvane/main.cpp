@@ -1,7 +1,7 @@
 // orvane: finds the same photo in a photo folder.
 //
 //   orvane index LIBRARY PATH... [-j N] [--prune] [--fast]
-//   orvane find LIBRARY PHOTO... [--near N] [--any-orientation] [--json]
+//   orvane find LIBRARY PHOTO... [--near N] [--any-orientation] [--json] [-j N]
 //   orvane dups LIBRARY [--any-orientation [-j N]] [--keep RULE] [--reference DIR]... [--move-to DIR [--dry-run]] [--json]
 //   orvane info LIBRARY
 //
@@ -88,13 +88,15 @@ int main(int argc, char** argv) {
   indexCommand->add_flag("--timings", index.timings,
                          "also print the time spent decoding and extracting");
 
-  std::vector<std::string> photos;
-  unsigned near = 0;
+  SFindOptions find;
+  find.jobs = index.jobs;
   CLI::App* findCommand = app.add_subcommand(
       "find", "Show the stored photos that are the same photo as PHOTO, or the N nearest.");
   addLibrary(findCommand);
-  findCommand->add_option("PHOTO", photos, "photos to look for")->required();
-  findCommand->add_option("--near", near, "the N nearest photos instead of the same photo")
+  findCommand->add_option("PHOTO", find.photos, "photos to look for")->required();
+  findCommand->add_option("--near", find.near, "the N nearest photos instead of the same photo")
+      ->check(kAtLeastOne);
+  findCommand->add_option("-j,--jobs", find.jobs, "threads of the search (default: all cores)")
       ->check(kAtLeastOne);
   findCommand->add_flag("--any-orientation", anyOrientation, anyOrientationHelp);
   findCommand->add_flag("--json", json, "answer in JSON");
@@ -110,7 +112,9 @@ int main(int argc, char** argv) {
                             " (against its closest photo in the group). Every photo is "
                             "decoded again, which takes about twice as long as indexing it");
   dups.jobs = index.jobs;
-  dupsCommand->add_option("-j,--jobs", dups.jobs, "photos decoded at once (default: all cores)")
+  dupsCommand
+      ->add_option("-j,--jobs", dups.jobs,
+                   "threads of the search, and photos decoded at once (default: all cores)")
       ->check(kAtLeastOne);
   const std::map<std::string, EKeepRule> keepRules{{"pixels", EKeepRule::kPixels},
                                                    {"largest", EKeepRule::kLargest},
@@ -165,7 +169,12 @@ int main(int argc, char** argv) {
       index.library = library;
       return runIndex(index);
     }
-    if (findCommand->parsed()) return runFind(library, photos, near, json, anyOrientation);
+    if (findCommand->parsed()) {
+      find.library = library;
+      find.json = json;
+      find.anyOrientation = anyOrientation;
+      return runFind(find);
+    }
     if (dupsCommand->parsed()) {
       dups.library = library;
       dups.keep = keepRules.at(keepRule);
