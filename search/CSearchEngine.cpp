@@ -225,17 +225,18 @@ void CSearchEngine::score(const CPhotoVectors& queries, size_t query, const uint
   }
 }
 
-void CSearchEngine::keepSame(uint32_t query, const std::vector<uint32_t>& candidates,
-                             std::vector<SPhotoPair>& out) const {
+size_t CSearchEngine::keepSame(uint32_t query, const std::vector<uint32_t>& candidates,
+                               std::vector<SPhotoPair>& out) const {
   std::vector<float> scores(candidates.size());
   score(vectors, query, candidates.data(), candidates.size(), 0, scores.data());
   for (size_t k = 0; k < candidates.size(); ++k) {
     if (!isSame(scores[k])) continue;
     out.push_back({std::min(query, candidates[k]), std::max(query, candidates[k]), scores[k]});
   }
+  return candidates.size();
 }
 
-void CSearchEngine::pairsOfRows(size_t begin, size_t end, std::vector<SPhotoPair>& out) const {
+size_t CSearchEngine::pairsOfRows(size_t begin, size_t end, std::vector<SPhotoPair>& out) const {
   const double limit = CBoundEmbedding::limit(kSamePhotoThreshold);
   const float* factors = embedding.modeFactors(0);
   const size_t last = window(keys[end - 1], limit).end;
@@ -255,29 +256,34 @@ void CSearchEngine::pairsOfRows(size_t begin, size_t end, std::vector<SPhotoPair
       }
     }
   }
-  for (size_t i = begin; i < end; ++i) keepSame(order[i], candidates[i - begin], out);
+  size_t scored = 0;
+  for (size_t i = begin; i < end; ++i) scored += keepSame(order[i], candidates[i - begin], out);
+  return scored;
 }
 
-void CSearchEngine::pairsOfUnbounded(size_t k, std::vector<SPhotoPair>& out) const {
+size_t CSearchEngine::pairsOfUnbounded(size_t k, std::vector<SPhotoPair>& out) const {
   std::vector<uint32_t> candidates(order);
   candidates.insert(candidates.end(), unbounded.begin() + k + 1, unbounded.end());
-  keepSame(unbounded[k], candidates, out);
+  return keepSame(unbounded[k], candidates, out);
 }
 
-std::vector<SPhotoPair> CSearchEngine::samePhotoPairs(const Progress& progress) const {
+std::vector<SPhotoPair> CSearchEngine::samePhotoPairs(const Progress& progress,
+                                                      uint64_t* scoredPairs) const {
   const size_t blocks = (rows.size() / kDims + kBlockRows - 1) / kBlockRows;
+  std::atomic<uint64_t> scored{0};
   std::vector<SPhotoPair> pairs = runParallel(
       threads, blocks + unbounded.size(), vectors.size(),
-      [this, blocks](size_t item, std::vector<SPhotoPair>& out) -> size_t {
+      [this, blocks, &scored](size_t item, std::vector<SPhotoPair>& out) -> size_t {
         if (item >= blocks) {
-          pairsOfUnbounded(item - blocks, out);
+          scored.fetch_add(pairsOfUnbounded(item - blocks, out));
           return 1;
         }
         const size_t end = std::min(keys.size(), (item + 1) * kBlockRows);
-        pairsOfRows(item * kBlockRows, end, out);
+        scored.fetch_add(pairsOfRows(item * kBlockRows, end, out));
         return end - item * kBlockRows;
       },
       progress);
+  if (scoredPairs != nullptr) *scoredPairs = scored.load();
   std::sort(pairs.begin(), pairs.end(), [](const SPhotoPair& a, const SPhotoPair& b) {
     return a.first != b.first ? a.first < b.first : a.second < b.second;
   });

@@ -55,7 +55,9 @@ class CSearchEngine {
   size_t bytesPerPhoto() const;
 
   // Every pair of photos with a mode-0 score at most 0.07, by first, then second position.
-  std::vector<SPhotoPair> samePhotoPairs(const Progress& progress = nullptr) const;
+  // scoredPairs, when given, receives the number of pairs that the bounds left to be scored.
+  std::vector<SPhotoPair> samePhotoPairs(const Progress& progress = nullptr,
+                                         uint64_t* scoredPairs = nullptr) const;
 
   // The photos with a mode-0 score at most 0.07 against photo `query` of `queries`, lowest
   // score first, equal scores by position: classify's mode-0 answer.
@@ -79,12 +81,13 @@ class CSearchEngine {
   SWindow window(double key, double limit) const;
   double keyOf(const float* row) const;
   void chooseKey(const std::vector<float>& allRows, const std::vector<uint32_t>& bounded);
-  // Pairs of the rows of block [begin, end) with the rows after each.
-  void pairsOfRows(size_t begin, size_t end, std::vector<SPhotoPair>& out) const;
+  // Pairs of the rows of block [begin, end) with the rows after each; returns the pairs
+  // scored.
+  size_t pairsOfRows(size_t begin, size_t end, std::vector<SPhotoPair>& out) const;
   // Pairs of an unbounded photo with every bounded photo and the unbounded ones after it.
-  void pairsOfUnbounded(size_t k, std::vector<SPhotoPair>& out) const;
-  void keepSame(uint32_t query, const std::vector<uint32_t>& candidates,
-                std::vector<SPhotoPair>& out) const;
+  size_t pairsOfUnbounded(size_t k, std::vector<SPhotoPair>& out) const;
+  size_t keepSame(uint32_t query, const std::vector<uint32_t>& candidates,
+                  std::vector<SPhotoPair>& out) const;
 
   CPhotoVectors vectors;
   unsigned threads;

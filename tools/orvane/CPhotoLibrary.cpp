@@ -407,28 +407,44 @@ SStoredPhoto CPhotoLibrary::photoOf(std::int64_t id) {
   return {static_cast<int>(id), query.bytes(0), {query.integer(1), query.integer(2)}};
 }
 
+// ids: `count` words; data: for each group, the `count` vectors one after another.
+void CPhotoLibrary::storeChunk(std::int64_t chunk, const CPhotoVectors& vectors, size_t first,
+                               size_t count, const std::vector<std::uint32_t>& unreadable) {
+  std::vector<std::uint32_t> ids(count);
+  for (size_t i = 0; i < count; ++i) ids[i] = vectors.id(first + i);
+  std::string data;
+  for (size_t g = 0; g < CPhotoVectors::groupCount() && count > 0; ++g) {
+    data.append(reinterpret_cast<const char*>(vectors.vector(g, first)),
+                count * CPhotoVectors::vectorLength(g) * sizeof(float));
+  }
+  Statement insert(db, fileName,
+                   "INSERT OR REPLACE INTO vectors (chunk, ids, data, unreadable) "
+                   "VALUES (?, ?, ?, ?)");
+  insert.bind(1, chunk).bindBlob(2, bytesOf(ids)).bindBlob(3, data);
+  insert.bindBlob(4, bytesOf(unreadable)).step();
+}
+
 void CPhotoLibrary::refreshCache() {
   if (!hostIsLittleEndian()) return;  // the cache's words are little-endian
   begin();
   for (std::int64_t chunk : staleChunks()) {
     const SChunk built = buildChunk(chunk);
-    const CPhotoVectors& v = built.vectors;
-    std::vector<std::uint32_t> ids(v.size());
-    for (size_t i = 0; i < v.size(); ++i) ids[i] = v.id(i);
-    std::string data;
-    for (size_t g = 0; g < CPhotoVectors::groupCount(); ++g) {
-      if (v.size() > 0) {
-        data.append(reinterpret_cast<const char*>(v.vector(g, 0)),
-                    v.size() * CPhotoVectors::vectorLength(g) * sizeof(float));
-      }
-    }
     std::vector<std::uint32_t> unreadable;
     for (const auto& photo : built.unreadable) unreadable.push_back(photo.first.id);
-    Statement insert(db, fileName,
-                     "INSERT OR REPLACE INTO vectors (chunk, ids, data, unreadable) "
-                     "VALUES (?, ?, ?, ?)");
-    insert.bind(1, chunk).bindBlob(2, bytesOf(ids)).bindBlob(3, data).bindBlob(4, bytesOf(unreadable));
-    insert.step();
+    storeChunk(chunk, built.vectors, 0, built.vectors.size(), unreadable);
+  }
+  commit();
+}
+
+void CPhotoLibrary::storeVectors(const CPhotoVectors& vectors) {
+  if (!hostIsLittleEndian()) return;
+  begin();
+  for (size_t first = 0; first < vectors.size();) {
+    const std::int64_t chunk = std::int64_t{vectors.id(first)} >> kChunkShift;
+    size_t end = first;
+    while (end < vectors.size() && std::int64_t{vectors.id(end)} >> kChunkShift == chunk) ++end;
+    storeChunk(chunk, vectors, first, end - first, {});
+    first = end;
   }
   commit();
 }

@@ -98,6 +98,9 @@ class CPhotoLibrary {
   CPhotoVectors loadVectors(std::vector<std::pair<SStoredPhoto, std::string>>* unreadable);
   // Builds and stores every chunk of the cache that is missing.
   void refreshCache();
+  // Stores the vectors of photos already in the library as the chunks of their ids, in place
+  // of what the cache held for those chunks. REQUIRES: vectors holds whole chunks, by id.
+  void storeVectors(const CPhotoVectors& vectors);
 
  private:
   void execute(const char* sql);
@@ -108,6 +111,8 @@ class CPhotoLibrary {
   std::vector<std::int64_t> staleChunks();
   struct SChunk;
   SChunk buildChunk(std::int64_t chunk);
+  void storeChunk(std::int64_t chunk, const CPhotoVectors& vectors, size_t first, size_t count,
+                  const std::vector<std::uint32_t>& unreadable);
 
   std::string fileName;
   sqlite3* db;
