@@ -11,11 +11,11 @@ Workloads:
                    against one in-process orvane.Database.
   duplicate_pairs  seconds for --pairs signatures.
 
-Stored signatures look like real photos: random crops, zooms, turns and colour changes of the
-folder's photographs, shrunk to at most 160 pixels (extraction works on a fixed 256 by 256
-image, so small sources keep generation quick without changing what is compared), with one in
-fifty a near copy of another (a little noise). They are generated once on the cluster and kept
-in --cache. Run: PYTHONPATH=build/python bench/dask_bench.py
+Stored signatures: --extracted signatures of collages of two to four crops of the folder's
+photographs, each zoomed, turned and recoloured (one in fifty a near copy of another), shrunk
+to 160 pixels (extraction works on a fixed 256 by 256 image); the rest are DERIVED from them
+in their streams: tiles shuffled and mass moved between neighbouring bins (see derive). They
+are made once and kept in --cache. Run: PYTHONPATH=build/python bench/dask_bench.py
 """
 import argparse
 import glob
@@ -71,7 +71,34 @@ def _generate(paths, start, count):
     return streams
 
 
-def stored_signatures(client, paths, count, cache):
+# Where an extracted signature's stream holds its four float vectors (big-endian f32), with
+# the tiles of each: "EDG" 16 tiles of 6 bins, "HUE" 9 of 16, "SAT" and "VAL" 9 of 4.
+FEATURES = ((77, 16, 6), (528, 9, 16), (1171, 9, 4), (1382, 9, 4))
+STREAM_SIZE = 1526
+
+
+def derive(streams, count, seed):
+    """count signature streams made from extracted ones: the colour tiles and the edge tiles
+    of each shuffled (another layout of the same content), and a random share of every bin's
+    mass moved to its neighbour within the tile."""
+    base = np.frombuffer(b"".join(streams), np.uint8).reshape(len(streams), STREAM_SIZE)
+    rng = np.random.default_rng(seed)
+    rows = base[rng.integers(len(base), size=count)].copy()
+    colour = np.argsort(rng.random((count, 9)), axis=1)[:, :, None]
+    edges = np.argsort(rng.random((count, 16)), axis=1)[:, :, None]
+    for (start, tiles, bins), order in zip(FEATURES, (edges, colour, colour, colour)):
+        end = start + 4 * tiles * bins
+        v = rows[:, start:end].copy().view(">f4").reshape(count, tiles, bins).astype(np.float32)
+        v = np.take_along_axis(v, order, axis=1)
+        moved = v[:, :, :-1] * rng.uniform(0, 0.5, (count, tiles, 1)).astype(np.float32)
+        v[:, :, :-1] -= moved
+        v[:, :, 1:] += moved
+        rows[:, start:end] = v.astype(">f4").reshape(count, -1).view(np.uint8)
+    return [row.tobytes() for row in rows]
+
+
+def stored_signatures(client, paths, count, extracted, cache):
+    """count signatures: `extracted` extracted ones, then derived ones (kept in cache)."""
     if os.path.exists(cache):
         with np.load(cache) as table:
             if len(table["lengths"]) >= count:
@@ -79,10 +106,15 @@ def stored_signatures(client, paths, count, cache):
                 ends = np.cumsum(lengths).tolist()
                 return [orvane.Signature.from_bytes(blob[e - n : e])
                         for e, n in zip(ends, lengths.tolist())]
-    step = 2000
-    futures = client.map(_generate, [paths] * ((count + step - 1) // step),
-                         range(0, count, step), [min(step, count - s) for s in range(0, count, step)])
+    extracted = min(count, extracted)
+    step = 500
+    starts = list(range(0, extracted, step))
+    futures = client.map(_generate, [paths] * len(starts), starts,
+                         [min(step, extracted - s) for s in starts])
     streams = [s for f in futures for s in f.result()]
+    if any(len(s) != STREAM_SIZE for s in streams):
+        raise SystemExit("extracted signature streams are not laid out as FEATURES says")
+    streams += derive(streams, count - extracted, seed=count)
     np.savez(cache, lengths=np.array([len(s) for s in streams]),
              blob=np.frombuffer(b"".join(streams), dtype=np.uint8))
     return [orvane.Signature.from_bytes(s) for s in streams]
@@ -101,6 +133,7 @@ def main():
     parser.add_argument("--stored", type=int, default=200_000)
     parser.add_argument("--queries", type=int, default=200)
     parser.add_argument("--pairs", type=int, default=100_000)
+    parser.add_argument("--extracted", type=int, default=10_000)
     parser.add_argument("--workers", default="1,2")
     parser.add_argument("--cache", default="/tmp/orvane-dask-bench-signatures.npz")
     args = parser.parse_args()
@@ -119,7 +152,8 @@ def main():
                 failed = sum(error is not None for _, _, error in found)
                 print(f"index_files: {len(listed)} photos ({failed} failed) in {seconds:.1f} s: "
                       f"{len(listed) / seconds:.1f} photos/s")
-            signatures = stored_signatures(client, paths, max(args.stored, args.pairs), args.cache)
+            signatures = stored_signatures(client, paths, max(args.stored, args.pairs), args.extracted,
+                                           args.cache)
             sdb = ShardedDatabase(client, shards=workers)
             if args.stored:
                 queries_per_second(sdb, signatures, args, workers)
