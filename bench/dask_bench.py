@@ -120,10 +120,23 @@ def stored_signatures(client, paths, count, extracted, cache):
     return [orvane.Signature.from_bytes(s) for s in streams]
 
 
-def timed(work):
-    start = time.perf_counter()
+def _cpu_seconds(client):
+    # This process (client and scheduler) and every worker process: on a busy shared machine
+    # the processor time a workload takes is steadier than its wall time.
+    return time.process_time() + sum(client.run(time.process_time).values())
+
+
+def timed(client, work):
+    """(wall seconds, processor seconds of all processes, answer) of work()."""
+    cpu, start = _cpu_seconds(client), time.perf_counter()
     answer = work()
-    return time.perf_counter() - start, answer
+    wall = time.perf_counter() - start
+    return wall, _cpu_seconds(client) - cpu, answer
+
+
+def report(what, count, unit, wall, cpu):
+    print(f"{what}: {count} in {wall:.1f} s wall, {cpu:.1f} s processor: {count / wall:.1f} "
+          f"{unit}/s, {count / cpu:.1f} {unit} per processor second (load {os.getloadavg()[0]:.1f})")
 
 
 def main():
@@ -148,41 +161,39 @@ def main():
             listed = paths * args.repeat
             if listed:
                 index_files(client, paths[:workers])  # the workers import and warm up
-                seconds, found = timed(lambda: index_files(client, listed))
+                wall, cpu, found = timed(client, lambda: index_files(client, listed))
                 failed = sum(error is not None for _, _, error in found)
-                print(f"index_files: {len(listed)} photos ({failed} failed) in {seconds:.1f} s: "
-                      f"{len(listed) / seconds:.1f} photos/s")
-            signatures = stored_signatures(client, paths, max(args.stored, args.pairs), args.extracted,
-                                           args.cache)
+                report(f"index_files ({failed} failed)", len(listed), "photos", wall, cpu)
+            count = max(args.stored, args.pairs)
+            signatures = stored_signatures(client, paths, count, args.extracted, args.cache)
             sdb = ShardedDatabase(client, shards=workers)
             if args.stored:
-                queries_per_second(sdb, signatures, args, workers)
+                queries_per_second(client, sdb, signatures, args, workers)
             if args.pairs:
                 sdb.clear()
                 sdb.add_many([(s, n + 1) for n, s in enumerate(signatures[: args.pairs])])
-                seconds, pairs = timed(sdb.duplicate_pairs)
-                print(f"duplicate_pairs over {len(sdb)}: {len(pairs)} pairs in {seconds:.1f} s "
-                      f"(load average {os.getloadavg()})")
+                wall, cpu, pairs = timed(client, sdb.duplicate_pairs)
+                engine = "search engine" if hasattr(orvane.Database, "duplicate_pairs") else "same_photo"
+                print(f"duplicate_pairs over {len(sdb)} ({engine}): {len(pairs)} pairs in "
+                      f"{wall:.1f} s wall, {cpu:.1f} s processor (load {os.getloadavg()[0]:.1f})")
             del sdb
 
 
-def queries_per_second(sdb, signatures, args, workers):
+def queries_per_second(client, sdb, signatures, args, workers):
     items = [(s, n + 1) for n, s in enumerate(signatures[: args.stored])]
-    seconds, _ = timed(lambda: sdb.add_many(items))
-    print(f"add_many: {len(items)} signatures in {seconds:.1f} s: "
-          f"{len(items) / seconds:.0f} signatures/s")
+    report("add_many", len(items), "signatures", *timed(client, lambda: sdb.add_many(items))[:2])
     # Half of the queries are stored photos, half are not.
     queries = signatures[: args.queries // 2] + signatures[-(args.queries // 2) :]
     sdb.same_photo(queries[0])  # connections to every shard's worker are open
-    seconds, _ = timed(lambda: [sdb.same_photo(q) for q in queries])
-    print(f"same_photo against {len(sdb)}: {len(queries) / seconds:.1f} queries/s "
-          f"(load average {os.getloadavg()})")
+    wall, cpu, _ = timed(client, lambda: [sdb.same_photo(q) for q in queries])
+    report(f"same_photo against {len(sdb)}", len(queries), "queries", wall, cpu)
     if workers == 1:
         single = orvane.Database()
         for s, n in items:
             single.add(s, n)
-        seconds, _ = timed(lambda: [single.same_photo(q) for q in queries])
-        print(f"  one in-process Database: {len(queries) / seconds:.1f} queries/s")
+        wall, cpu, _ = timed(client, lambda: [single.same_photo(q) for q in queries])
+        report("  one in-process Database", len(queries), "queries", wall, cpu)
+
 
 if __name__ == "__main__":
     main()

@@ -298,18 +298,25 @@ def _pairs(weights, first, second=None):
     positions, ids, streams = ([x for part in parts for x in part[n]] for n in range(3))
     # Keys 1 to `split` are the first shard's photos, in position order.
     split = len(first[0])
-    db = _database_of(streams, weights)
-    if hasattr(db, "duplicate_pairs"):  # the search engine
-        found = db.duplicate_pairs()
-    else:  # photo by photo; each pair is found from both ends, keep it once
+    if hasattr(Database, "duplicate_pairs"):  # the search engine, over both shards at once
+        found = _database_of(streams, weights).duplicate_pairs()
+        if second is not None:
+            found = [(a, b, score) for a, b, score in found if (a <= split) != (b <= split)]
+    elif second is None:  # photo by photo; each pair is found from both ends, keep it once
+        db = _database_of(streams, weights)
         found = [
             (a, b, score)
             for a, stream in enumerate(streams, start=1)
             for b, score in db.same_photo(Signature.from_bytes(stream))
             if b > a
         ]
-    if second is not None:
-        found = [(a, b, score) for a, b, score in found if (a <= split) != (b <= split)]
+    else:  # the second shard's photos against the first's
+        db = _database_of(streams[:split], weights)
+        found = [
+            (b, a, score)
+            for a, stream in enumerate(streams[split:], start=split + 1)
+            for b, score in db.same_photo(Signature.from_bytes(stream))
+        ]
     pairs = []
     for a, b, score in found:
         p, q = positions[a - 1], positions[b - 1]
