@@ -3,15 +3,15 @@
 // pseudo-random texture with smooth colour gradients:
 //   BM_Extract         the whole run: fit into the 256x256 box, gray and HSV images, the edge
 //                      and colour histograms, the rows of the signature;
-//   BM_ExtractGeneric  the same with the portable column forced, for the vectorised column's
-//                      gain (BM_Extract runs the column that selectProcessor chose);
+//   BM_Extract_<column> the same with each column forced (generic, and every vectorised one
+//                      the processor can run); BM_Extract runs the one selectProcessor chose;
 //   BM_FitIntoBox      the fit (the cubic resize into the box) alone;
 //   BM_Analysis        everything after the fit (CDescriptorExtractor::run on the fitted image);
 //   BM_BlockMeanHash   OpenCV img_hash BlockMeanHash, mode 0, on the same pixels, when the
 //                      build found OpenCV.
 // Items are photos; the time per photo is the reported time per iteration. At the end the
-// program prints, per photo size, the CPU time of BM_Extract over that of BM_BlockMeanHash
-// from this same run: below 1 means extract is faster.
+// program prints, per photo size, the CPU time of BM_Extract (and of each forced column) over
+// that of BM_BlockMeanHash from this same run: below 1 means extract is faster.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -71,9 +71,10 @@ void runExtract(benchmark::State& state) {
 
 void BM_Extract(benchmark::State& state) { runExtract(state); }
 
-void BM_ExtractGeneric(benchmark::State& state) {
+// BM_Extract with `column` in the slots, which are then given back to selectProcessor's choice.
+void extractWith(benchmark::State& state, const SImagingColumn* column) {
   selectProcessor();
-  useColumn(kGenericColumn);
+  useColumn(*column);
   runExtract(state);
   const std::vector<const SImagingColumn*> vector = vectorColumns();
   useColumn(vector.empty() ? kGenericColumn : *vector.front());
@@ -113,7 +114,6 @@ void photoSizes(benchmark::internal::Benchmark* b) {
 }
 
 BENCHMARK(BM_Extract)->Apply(photoSizes);
-BENCHMARK(BM_ExtractGeneric)->Apply(photoSizes);
 BENCHMARK(BM_FitIntoBox)->Apply(photoSizes);
 BENCHMARK(BM_Analysis)->Apply(photoSizes);
 
@@ -151,15 +151,28 @@ int main(int argc, char** argv) {
 #ifdef ORVANE_BENCH_OPENCV
   cv::setNumThreads(1);  // one thread, like the library
 #endif
+  std::vector<const SImagingColumn*> columns = vectorColumns();
+  columns.push_back(&kGenericColumn);
+  for (const SImagingColumn* column : columns) {
+    benchmark::RegisterBenchmark((std::string("BM_Extract_") + column->name).c_str(), extractWith,
+                                 column)
+        ->Apply(photoSizes);
+  }
   benchmark::Initialize(&argc, argv);
   RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
+  std::vector<std::string> extracts = {"BM_Extract"};
+  for (const SImagingColumn* column : columns)
+    extracts.push_back(std::string("BM_Extract_") + column->name);
   for (const char* size : {"640/480", "1920/1080", "4000/3000", "300/40"}) {
-    const auto extract = reporter.cpuTime.find(std::string("BM_Extract/") + size);
     const auto hash = reporter.cpuTime.find(std::string("BM_BlockMeanHash/") + size);
-    if (extract == reporter.cpuTime.end() || hash == reporter.cpuTime.end()) continue;
-    std::printf("extract / BlockMeanHash (mode 0) at %s, CPU time: %.2f\n", size,
-                extract->second / hash->second);
+    if (hash == reporter.cpuTime.end()) continue;
+    for (const std::string& name : extracts) {
+      const auto extract = reporter.cpuTime.find(name + "/" + size);
+      if (extract == reporter.cpuTime.end()) continue;
+      std::printf("%s / BlockMeanHash (mode 0) at %s, CPU time: %.2f\n", name.c_str(), size,
+                  extract->second / hash->second);
+    }
   }
 #ifndef ORVANE_BENCH_OPENCV
   std::printf("built without OpenCV: no BlockMeanHash comparison\n");
