@@ -6,9 +6,8 @@ namespace {
 
 TEST(KeepRuleTest, EachRuleAndItsTies) {
   // path, pixels, size, mtime
-  const std::vector<SKeepCandidate> distinct = {{"/p/a.jpg", 100, 50, 3},
-                                                {"/p/b.jpg", 200, 10, 1},
-                                                {"/p/c.jpg", 50, 90, 2}};
+  const std::vector<SKeepCandidate> distinct = {
+      {"/p/a.jpg", 100, 50, 3}, {"/p/b.jpg", 200, 10, 1}, {"/p/c.jpg", 50, 90, 2}};
   // Ties everywhere but in a's size: the shorter path wins, then the alphabetically first.
   const std::vector<SKeepCandidate> tied = {{"/p/long-name.jpg", 200, 10, 5},
                                             {"/p/b.jpg", 200, 10, 5},

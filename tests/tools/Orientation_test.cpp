@@ -12,32 +12,35 @@ SBgrPhoto fromVips(const vips::VImage& image) {
   SBgrPhoto photo;
   photo.width = image.width();
   photo.height = image.height();
-  photo.pixels.assign(static_cast<unsigned char*>(bytes), static_cast<unsigned char*>(bytes) + size);
+  photo.pixels.assign(static_cast<unsigned char*>(bytes),
+                      static_cast<unsigned char*>(bytes) + size);
   g_free(bytes);
   return photo;
 }
 
-// Against libvips' own mirror and turns, on a photo of odd size where every pixel differs.
+// Against libvips' own mirror and turns, on photos of awkward sizes where every pixel differs.
 TEST(OrientationTest, EachOrientationAsLibvipsMakesItAndBackAgain) {
   ASSERT_EQ(VIPS_INIT("orientation_test"), 0);
-  const vips::VImage xy = vips::VImage::xyz(5, 3);
-  const vips::VImage image = (xy[0] * 40 + xy[1] * 7).bandjoin(xy[1] * 60).bandjoin(xy[0] * 3)
-                                 .cast(VIPS_FORMAT_UCHAR);
-  const SBgrPhoto photo = fromVips(image);
   const VipsAngle turns[] = {VIPS_ANGLE_D0, VIPS_ANGLE_D90, VIPS_ANGLE_D180, VIPS_ANGLE_D270};
-  SBgrPhoto turned;
-  SBgrPhoto back;
-  for (int i = 0; i < kOrientations; ++i) {
-    const SOrientation orientation = orientationNumber(i);
-    SCOPED_TRACE(orientation.name());
-    const vips::VImage mirrored = orientation.mirrored ? image.fliphor() : image;
-    const SBgrPhoto expected = fromVips(mirrored.rot(turns[orientation.quarterTurns]));
-    orientPhoto(photo, orientation, &turned);
-    EXPECT_EQ(turned.width, expected.width);
-    EXPECT_EQ(turned.height, expected.height);
-    EXPECT_EQ(turned.pixels, expected.pixels);
-    orientPhoto(turned, orientation.inverse(), &back);
-    EXPECT_EQ(back.pixels, photo.pixels);
+  for (const auto [width, height] : {std::pair{5, 3}, {1, 4}, {4, 1}, {1, 1}, {17, 33}}) {
+    const vips::VImage xy = vips::VImage::xyz(width, height);
+    const vips::VImage image =
+        (xy[0] * 13 + xy[1] * 7).bandjoin(xy[1] * 5).bandjoin(xy[0] * 3).cast(VIPS_FORMAT_UCHAR);
+    const SBgrPhoto photo = fromVips(image);
+    SBgrPhoto turned;
+    SBgrPhoto back;
+    for (int i = 0; i < kOrientations; ++i) {
+      const SOrientation orientation = orientationNumber(i);
+      SCOPED_TRACE(std::to_string(width) + "x" + std::to_string(height) + " " + orientation.name());
+      const vips::VImage mirrored = orientation.mirrored ? image.fliphor() : image;
+      const SBgrPhoto expected = fromVips(mirrored.rot(turns[orientation.quarterTurns]));
+      orientPhoto(photo, orientation, &turned);
+      EXPECT_EQ(turned.width, expected.width);
+      EXPECT_EQ(turned.height, expected.height);
+      EXPECT_EQ(turned.pixels, expected.pixels);
+      orientPhoto(turned, orientation.inverse(), &back);
+      EXPECT_EQ(back.pixels, photo.pixels);
+    }
   }
   EXPECT_EQ(orientationNumber(7).name(), "mirrored, turned 270");
 }

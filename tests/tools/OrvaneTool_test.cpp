@@ -642,7 +642,8 @@ TEST_F(OrvaneToolTest, DryRunChangesNothing) {
   const SRun planned = run("dups " + library + " --move-to " + (dir / "out").string() +
                            " --dry-run");
   EXPECT_EQ(planned.status, 0) << planned.err;
-  EXPECT_THAT(planned.out, HasSubstr("  ->  " + (dir / "out" / "copies" / "first-q15.jpg").string()));
+  EXPECT_THAT(planned.out,
+              HasSubstr("  ->  " + (dir / "out" / "copies" / "first-q15.jpg").string()));
   EXPECT_THAT(planned.out, HasSubstr("dry run: 3 photos would move"));
   EXPECT_EQ(listing(photos), before);
   EXPECT_EQ(readFile(library), libraryBefore);

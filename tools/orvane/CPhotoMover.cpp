@@ -95,7 +95,8 @@ Failure copyAcross(const std::string& from, const std::string& to) {
   Failure failure = copyFile(from, copy);
   if (!failure && !sameBytes(from, copy)) failure = "the copy at " + copy + " differs";
   if (!failure && !renameNoReplace(copy, to)) {
-    failure = errno == EEXIST ? "target exists: " + to : *systemFailure("cannot place " + to + ": ");
+    failure =
+        errno == EEXIST ? "target exists: " + to : *systemFailure("cannot place " + to + ": ");
   }
   if (failure) {
     std::error_code ignored;

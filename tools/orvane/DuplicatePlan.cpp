@@ -1,10 +1,9 @@
 #include "tools/orvane/DuplicatePlan.h"
 
-#include <vips/vips8>
-
 #include <algorithm>
 #include <filesystem>
 #include <unordered_map>
+#include <vips/vips8>
 
 namespace fs = std::filesystem;
 

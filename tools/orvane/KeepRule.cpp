@@ -6,8 +6,7 @@ namespace {
 
 // Orders by the rule's measures, larger first; negating a measure turns "larger" into
 // "smaller" for the rules that prefer less.
-std::tuple<std::int64_t, std::int64_t> measures(const SKeepCandidate& candidate,
-                                                EKeepRule rule) {
+std::tuple<std::int64_t, std::int64_t> measures(const SKeepCandidate& candidate, EKeepRule rule) {
   switch (rule) {
     case EKeepRule::kPixels:
       return {candidate.pixels, candidate.size};

@@ -32,21 +32,20 @@ void orientPhoto(const SBgrPhoto& photo, const SOrientation& orientation, SBgrPh
   // fixed step: a pixel for even k, a line for odd k.
   const long pixel = 3;
   const long line = 3L * w;
-  long stepX = 0;
-  long stepY = 0;
-  long origin = 0;  // source offset of output pixel (0, 0)
-  switch (orientation.quarterTurns) {
-    case 0: stepX = pixel; stepY = line; origin = 0; break;
-    case 1: stepX = -line; stepY = pixel; origin = (h - 1) * line; break;
-    case 2: stepX = -pixel; stepY = -line; origin = (h - 1) * line + (w - 1) * pixel; break;
-    default: stepX = line; stepY = -pixel; origin = (w - 1) * pixel; break;
-  }
+  // Per k: the step along an output line, the step from line to line, and the source offset
+  // of output pixel (0, 0).
+  const long layouts[4][3] = {{pixel, line, 0},
+                              {-line, pixel, (h - 1) * line},
+                              {-pixel, -line, (h - 1) * line + (w - 1) * pixel},
+                              {line, -pixel, (w - 1) * pixel}};
+  long stepX = layouts[orientation.quarterTurns][0];
+  long stepY = layouts[orientation.quarterTurns][1];
+  long origin = layouts[orientation.quarterTurns][2];
   if (orientation.mirrored) {
-    // sx becomes w-1-sx: the x part of the origin flips and so do the pixel steps.
+    // sx becomes w-1-sx: the x part of the origin flips, and so does the pixel step.
     const long sx = (origin % line) / pixel;
     origin += (w - 1 - 2 * sx) * pixel;
-    if (stepX == pixel || stepX == -pixel) stepX = -stepX;
-    if (stepY == pixel || stepY == -pixel) stepY = -stepY;
+    (across ? stepY : stepX) *= -1;
   }
   // Bands of output lines, so that a turn reads neighbouring source pixels together.
   constexpr int kBand = 16;

@@ -45,7 +45,8 @@ void shrinkForTurning(SBgrPhoto* photo) {
   for (int y = 0; y < h; ++y) {
     std::fill(sums.begin(), sums.end(), 0u);
     for (int dy = 0; dy < f; ++dy) {
-      const unsigned char* in = photo->pixels.data() + (static_cast<std::size_t>(y) * f + dy) * line;
+      const unsigned char* in =
+          photo->pixels.data() + (static_cast<std::size_t>(y) * f + dy) * line;
       for (int x = 0; x < w; ++x) {
         for (int dx = 0; dx < f; ++dx) {
           for (int c = 0; c < 3; ++c) sums[3 * x + c] += in[3 * (x * f + dx) + c];
@@ -80,21 +81,20 @@ std::vector<SOrientedMatch> searchOriented(CFIDExtractor& extractor, const SBgrP
                        }
                      });
   // Stable: as is, the search's own order stays.
-  std::stable_sort(matches.begin(), matches.end(),
-                   [](const SOrientedMatch& x, const SOrientedMatch& y) {
-                     return x.score < y.score;
-                   });
+  std::stable_sort(
+      matches.begin(), matches.end(),
+      [](const SOrientedMatch& x, const SOrientedMatch& y) { return x.score < y.score; });
   if (maxResults > 0 && matches.size() > maxResults) matches.resize(maxResults);
   return matches;
 }
 
-std::vector<SOrientedLink> turnedCopyLinks(const std::vector<SStoredPhoto>& photos,
-                                           DecodeMode mode, const Search& search, unsigned jobs,
-                                           unsigned* failed) {
+std::vector<SOrientedLink> turnedCopyLinks(const std::vector<SStoredPhoto>& photos, DecodeMode mode,
+                                           const Search& search, unsigned jobs, unsigned* failed) {
   // Every extractor is made before any worker starts: the first prepares shared state.
   const std::size_t workers = std::max<std::size_t>(1, std::min<std::size_t>(jobs, photos.size()));
   std::vector<std::unique_ptr<CFIDExtractor>> extractors;
-  for (std::size_t i = 0; i < workers; ++i) extractors.push_back(std::make_unique<CFIDExtractor>(1));
+  for (std::size_t i = 0; i < workers; ++i)
+    extractors.push_back(std::make_unique<CFIDExtractor>(1));
 
   std::mutex mutex;  // guards search, links, failed and standard error
   std::vector<SOrientedLink> links;

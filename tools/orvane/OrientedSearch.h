@@ -42,11 +42,11 @@ struct SOrientedLink {
 // Links from each stored photo, decoded again in mode, in its seven other orientations to the
 // stored photos that count as the same photo, on jobs threads; search is called by one
 // thread at a time. A photo whose longer side is above twice kFastLongerSide is made smaller
-// by a whole factor before it is turned; like a fast decode, this moves scores a little. A photo that cannot be decoded is reported as "orvane: <path>: <reason>"
-// on standard error and counted in failed.
-std::vector<SOrientedLink> turnedCopyLinks(const std::vector<SStoredPhoto>& photos,
-                                           DecodeMode mode, const Search& search, unsigned jobs,
-                                           unsigned* failed);
+// by a whole factor before it is turned; like a fast decode, this moves scores a little. A photo
+// that cannot be decoded is reported as "orvane: <path>: <reason>" on standard error and counted in
+// failed.
+std::vector<SOrientedLink> turnedCopyLinks(const std::vector<SStoredPhoto>& photos, DecodeMode mode,
+                                           const Search& search, unsigned jobs, unsigned* failed);
 
 // For each linked photo, its orientation against the photo it is closest to: that of the
 // link with its lowest score, the first of equals in the order given.

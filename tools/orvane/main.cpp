@@ -2,7 +2,8 @@
 //
 //   orvane index LIBRARY PATH... [-j N] [--prune] [--fast]
 //   orvane find LIBRARY PHOTO... [--near N] [--any-orientation] [--json] [-j N]
-//   orvane dups LIBRARY [--any-orientation [-j N]] [--keep RULE] [--reference DIR]... [--move-to DIR [--dry-run]] [--json]
+//   orvane dups LIBRARY [--any-orientation] [-j N] [--keep RULE] [--reference DIR]...
+//                       [--move-to DIR [--dry-run]] [--json]
 //   orvane info LIBRARY
 //
 // Exit status: 0 success, 1 a search found nothing, 2 usage error, 3 I/O or library error, or
@@ -110,7 +111,8 @@ int main(int argc, char** argv) {
   dupsCommand->add_flag("--any-orientation", anyOrientation,
                         std::string(anyOrientationHelp) +
                             " (against its closest photo in the group). Every photo is "
-                            "decoded again, which takes about twice as long as indexing it");
+                            "decoded again (at a reduced scale), which takes about as long "
+                            "as indexing it");
   dups.jobs = index.jobs;
   dupsCommand
       ->add_option("-j,--jobs", dups.jobs,
