@@ -10,6 +10,7 @@
 
 #include <orvane.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <filesystem>
@@ -18,11 +19,14 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "CExclusiveUse.h"
 #include "CPixelRows.h"
+#include "DuplicatePairs.h"
 
 namespace py = pybind11;
 
@@ -250,6 +254,19 @@ void load(Database& self, const py::handle& source) {
                           });
 }
 
+// The search engine scores as a new database does; other weights would give pairs that
+// disagree with same_photo.
+std::vector<std::tuple<int, int, float>> samePhotoPairs(Database& self) {
+  CExclusiveUse::Claim claim(self.use);
+  if (weightsOf(self.database) != newDatabaseWeights()) {
+    throw py::value_error(
+        "Database.duplicate_pairs scores with the weights of a new Database; set them back "
+        "with set_weight, or ask same_photo photo by photo");
+  }
+  py::gil_scoped_release release;
+  return duplicatePairs(self.database, std::max(1u, std::thread::hardware_concurrency()));
+}
+
 }  // namespace
 
 PYBIND11_MODULE(_orvane, m) {
@@ -376,6 +393,10 @@ PYBIND11_MODULE(_orvane, m) {
             return percent;
           },
           py::arg("key"), "The weight of key in percent; None for a key without a weight.")
+      .def("duplicate_pairs", &samePhotoPairs,
+           "[(id_a, id_b, score), ...]: every pair of stored photos that count as the same "
+           "photo (score at most 0.07), id_a stored before id_b, in stored order; on all "
+           "cores. Needs the weights of a new Database.")
       .def("save", &save, py::arg("target"),
            "Writes the database stream to a path or a binary file object.")
       .def("load", &load, py::arg("source"),

@@ -123,3 +123,27 @@ def test_save_load_round_trips(database, signatures, tmp_path, medium):
     # A load leaves the weights of a new database, whatever they were.
     assert (copy.get_weight(0), copy.get_weight(1)) == (50.0, 50.0)
     assert answers(copy, query) == before and len(copy) == len(database)
+
+
+def test_duplicate_pairs_equal_classify_photo_by_photo(signatures):
+    # Photos, brighter copies and crops, stored interleaved: pairs near the threshold.
+    extractor = orvane.Extractor()
+    images = []
+    for p in PHOTOS[:5]:
+        images += [p, brighter(p), p[6:, 4:], brighter(brighter(p))[10:, :-12]]
+    stored = [(100 + i, extractor.extract(image)) for i, image in enumerate(images)]
+    database = orvane.Database()
+    for id, sig in stored:
+        database.add(sig, id)
+    expected = []
+    for position, (id, sig) in enumerate(stored):
+        later = {other for other, _ in stored[position + 1 :]}
+        expected += [(id, other, score) for other, score in database.same_photo(sig) if other in later]
+    expected.sort(key=lambda pair: (pair[0], pair[1]))
+    pairs = database.duplicate_pairs()
+    assert pairs == expected and len(pairs) >= 10
+    assert pickle.loads(pickle.dumps(database)).duplicate_pairs() == pairs
+    assert orvane.Database().duplicate_pairs() == []
+    database.set_weight(0, 60.0)
+    with pytest.raises(ValueError, match="weights of a new Database"):
+        database.duplicate_pairs()

@@ -1,0 +1,53 @@
+#include "DuplicatePairs.h"
+
+#include <sstream>
+#include <string>
+#include <utility>
+
+#include "database/CSignatureDatabase.h"
+#include "database/SFeatureGroupDef.h"
+#include "search/CPhotoVectors.h"
+#include "search/CSearchEngine.h"
+
+namespace {
+constexpr char kMessageTag[] = "ORV1";
+}  // namespace
+
+std::vector<std::tuple<int, int, float>> duplicatePairs(CFIDDatabase& database, unsigned threads) {
+  std::stringstream stream;
+  database.save(stream);
+  // The exported database keeps its store to itself; a store of our own reads its stream.
+  CSignatureDatabase store(kMessageTag);
+  try {
+    std::vector<SFeatureGroupDef> definitions;
+    buildFeatureGroupDefs(definitions);
+    store.init(definitions, 0);
+    store.loadFromStream(stream);
+  } catch (const std::string& text) {
+    throw FID_Exception(text);
+  }
+
+  CPhotoVectors photos;
+  const size_t count = store.itemCount();
+  photos.reserve(count);
+  std::vector<std::vector<float>> vectors(store.groups.size());
+  std::vector<const float*> rows(store.groups.size());
+  for (size_t g = 0; g < rows.size(); ++g) {
+    vectors[g].resize(store.groups[g].vectors.length());
+    rows[g] = vectors[g].data();
+  }
+  for (size_t i = 0; i < count; ++i) {
+    for (size_t g = 0; g < rows.size(); ++g) store.groups[g].vectors.read(i, vectors[g].data());
+    const uint32_t id = store.groups[0].items[i].idLow;
+    photos.addVectors(1, &id, rows.data());
+  }
+  store.clearAll();
+
+  const CSearchEngine engine(std::move(photos), threads);
+  std::vector<std::tuple<int, int, float>> pairs;
+  for (const SPhotoPair& pair : engine.samePhotoPairs()) {
+    pairs.emplace_back(static_cast<int>(engine.photos().id(pair.first)),
+                       static_cast<int>(engine.photos().id(pair.second)), pair.score);
+  }
+  return pairs;
+}
