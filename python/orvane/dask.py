@@ -28,12 +28,16 @@ import math
 import os
 import threading
 import time
+from typing import Iterable, List, Optional, Tuple, Union
 
 import numpy as np
+from dask.distributed import Client
+
 from . import Database, Error, Extractor, Signature
 
 __all__ = ["ShardedDatabase", "ShardError", "ManifestError", "index_files"]
 
+PathLike = Union[str, os.PathLike]
 _FEATURE_VERSION = "V6"
 _MANIFEST = "manifest.json"
 _FORMAT = "orvane sharded database"
@@ -92,7 +96,9 @@ def _index_batch(paths):
     return found
 
 
-def index_files(client, paths, batch_size=None):
+def index_files(
+    client: Client, paths: Iterable[PathLike], batch_size: Optional[int] = None
+) -> List[Tuple[PathLike, Optional[Signature], Optional[str]]]:
     """[(path, Signature or None, error text or None), ...] in the order of paths.
 
     Photos are decoded (EXIF orientation applied) and extracted on the workers, batch_size
@@ -368,7 +374,9 @@ class ShardedDatabase:
     Photos go to the shards in turn (the n-th added photo to shard n mod shards). Shards are
     placed on the workers in turn; ``workers`` limits them to the given addresses."""
 
-    def __init__(self, client, shards=None, workers=None):
+    def __init__(
+        self, client: Client, shards: Optional[int] = None, workers: Optional[List[str]] = None
+    ):
         workers = sorted(workers or client.scheduler_info()["workers"])
         if not workers:
             raise ValueError("the cluster has no workers")
@@ -387,7 +395,7 @@ class ShardedDatabase:
         self._added = 0
 
     @property
-    def shards(self):
+    def shards(self) -> int:
         return len(self._shards)
 
     def __len__(self):
@@ -447,11 +455,11 @@ class ShardedDatabase:
                 return False
             time.sleep(0.1)
 
-    def add(self, signature, id, tag=0):
+    def add(self, signature: Signature, id: int, tag: int = 0) -> None:
         """Stores the signature under id (not 0), as Database.add does."""
         self.add_many([(signature, id, tag)])
 
-    def add_many(self, items):
+    def add_many(self, items: Iterable[tuple]) -> None:
         """Adds (signature, id) or (signature, id, tag) items in order. Every item is checked
         before any is added: a bad item adds none."""
         batches = [[] for _ in range(self.shards)]
@@ -477,7 +485,7 @@ class ShardedDatabase:
         self._size += n
         self._added += n
 
-    def remove(self, id):
+    def remove(self, id: int) -> None:
         """Removes the photo stored under id that one Database would remove: the one at the
         lowest position; the last photo takes its position."""
         id_ = _check_id(id)
@@ -489,24 +497,24 @@ class ShardedDatabase:
         self._call("remove_at", min(found), self._size - 1)
         self._size -= 1
 
-    def clear(self):
+    def clear(self) -> None:
         """Removes every photo; the weights stay."""
         self._call("clear")
         self._size = 0
         self._added = 0
 
-    def set_weight(self, key, percent):
+    def set_weight(self, key: int, percent: float) -> None:
         self._call("set_weight", key, percent)
 
-    def get_weight(self, key):
+    def get_weight(self, key: int) -> Optional[float]:
         return self._call("get_weight", key, numbers=[0])[0]
 
-    def same_photo(self, signature):
+    def same_photo(self, signature: Signature) -> List[Tuple[int, float]]:
         """[(id, score), ...]: the stored photos that count as the same photo, closest
         first."""
         return self._query(signature, 0, 0)
 
-    def nearest(self, signature, n):
+    def nearest(self, signature: Signature, n: int) -> List[Tuple[int, float]]:
         """[(id, score), ...]: the n nearest stored photos, closest first; n=0 gives all."""
         if not isinstance(n, (int, np.integer)) or n < 0:
             raise ValueError(f"the number of results must be 0 (all) or more, not {n!r}")
@@ -525,7 +533,7 @@ class ShardedDatabase:
             merged = merged[:count]
         return [(id_, score) for score, _, id_ in merged]
 
-    def duplicate_pairs(self):
+    def duplicate_pairs(self) -> List[Tuple[int, int, float]]:
         """[(id_a, id_b, score), ...]: every pair of stored photos that count as the same
         photo, the photo added earlier first, in the order of (position a, position b).
 
@@ -556,7 +564,7 @@ class ShardedDatabase:
     def _weights(self):
         return [(key, percent) for key in (0, 1) if (percent := self.get_weight(key)) is not None]
 
-    def save(self, folder):
+    def save(self, folder: PathLike) -> None:
         """Writes each shard's database stream and item table into folder (which every worker
         must reach), then the manifest, last: an interrupted save leaves a manifest that does
         not match its files, which load refuses."""
@@ -576,7 +584,9 @@ class ShardedDatabase:
         self._client.submit(_write_manifest, folder, text, pure=False).result()
 
     @classmethod
-    def load(cls, client, folder, workers=None):
+    def load(
+        cls, client: Client, folder: PathLike, workers: Optional[List[str]] = None
+    ) -> "ShardedDatabase":
         """A ShardedDatabase restored from a saved folder: shards, order and weights. A
         manifest that does not match its files raises ManifestError."""
         folder = os.fspath(folder)
