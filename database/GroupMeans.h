@@ -4,7 +4,8 @@
 // Both take the tile data (tilesX * tilesY tiles of binsPerTile floats, tile (x, y) at row
 // y * tilesX + x), write whole rows of binsPerTile floats to `out` and return the number of
 // floats written. The means are the grid means of the extractor, so a database recomputes
-// them from stored tiles with the same bits. A writer given fewer rows than it writes
+// them from stored tiles with the same bits: the same additions in the same order for every
+// value, only a few bins at a time in registers instead of tile by tile through memory. A writer given fewer rows than it writes
 // throws "MakeMeans not enough space" as a plain string, before writing anything.
 #ifndef ORVANE_DATABASE_GROUPMEANS_H_
 #define ORVANE_DATABASE_GROUPMEANS_H_
