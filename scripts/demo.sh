@@ -31,5 +31,6 @@ run index "$library" "$photos"
 run dups "$library"
 run find "$library" "$photos/Storm-q15.jpg"
 run find "$library" "$photos/Aqua.jpg" --near 3
+run dups "$library" --html "$work/review.html"
 echo
-echo "(the folder stays for you to try more: $work)"
+echo "(the folder stays for you to try more: $work; open review.html in a browser)"

@@ -10,6 +10,7 @@ packages=(
   python3 python3-dev python3-pybind11 pybind11-dev python3-numpy python3-pytest python3-pil
   python3-pip python3-venv python3-setuptools python3-wheel
   python3-distributed
+  chromium  # only the review page's browser test starts it, and is skipped without it
   "$@"
 )
 missing=()

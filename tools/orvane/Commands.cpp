@@ -22,6 +22,8 @@
 #include "tools/orvane/DuplicatePlan.h"
 #include "tools/orvane/OrientedSearch.h"
 #include "tools/orvane/PhotoDecoder.h"
+#include "tools/orvane/ReviewChoices.h"
+#include "tools/orvane/ReviewPage.h"
 
 namespace {
 
@@ -107,6 +109,39 @@ std::vector<std::string> namedFolders(const std::vector<std::string>& paths) {
     folders.push_back(path.string());
   }
   return folders;
+}
+
+// Carries out the moves, or with dryRun only says how many there are; the exit status of
+// the moves, status when they all went well.
+int carryOut(CPhotoLibrary& library, const std::vector<SPhotoMove>& moves, bool dryRun,
+             FILE* notes, int status) {
+  if (dryRun) {
+    std::fprintf(notes, "dry run: %zu photos would move, nothing was changed\n", moves.size());
+    return status;
+  }
+  const SMoveSummary summary = CPhotoMover(library).run(moves);
+  library.refreshCache();  // the next search starts from the cache again
+  std::fprintf(notes, "%u moved, %u failed\n", summary.moved, summary.failed);
+  return summary.failed > 0 ? kExitFailure : status;
+}
+
+int runApply(CPhotoLibrary& library, const SDupsOptions& options) {
+  std::ifstream in(options.apply, std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  if (!in) throw CToolError(options.apply, "cannot be read");
+  std::vector<SChoiceRefusal> refused;
+  const std::vector<SPhotoMove> moves =
+      choiceMoves(options.apply, text.str(), library.photos(), library.indexedFolders(),
+                  {options.keep, options.references, options.moveTo}, &refused);
+  for (const SChoiceRefusal& refusal : refused) {
+    std::fprintf(stderr, "orvane: %s: %s\n", refusal.path.c_str(), refusal.reason.c_str());
+  }
+  for (const SPhotoMove& move : moves) {
+    std::printf("  move  %s  ->  %s\n", move.from.c_str(), move.to.c_str());
+  }
+  return carryOut(library, moves, options.dryRun, stdout,
+                  refused.empty() ? kExitSuccess : kExitFailure);
 }
 
 void printJson(const Json& json) {
@@ -208,6 +243,7 @@ int runDups(const SDupsOptions& options) {
       return kExitUsage;
     }
   }
+  if (!options.apply.empty()) return runApply(library, options);
   const std::unique_ptr<CSearchEngine> engine = openEngine(library, options.jobs);
 
   std::vector<SOrientedLink> links;
@@ -261,6 +297,13 @@ int runDups(const SDupsOptions& options) {
   } else if (plan.empty()) {
     std::printf("no duplicates among %zu photos\n", photos.size());
   }
+  if (!options.html.empty()) {
+    const SReviewSummary page = writeReviewPage(options.html, libraryPath(library.file()), plan);
+    std::fprintf(options.json ? stderr : stdout,
+                 "review page %s: %zu groups, %zu photos (%zu missing), %lld bytes reclaimable\n",
+                 options.html.c_str(), page.groups, page.photos, page.missing,
+                 static_cast<long long>(page.reclaimable));
+  }
   // A photo that could not be looked at makes the answer incomplete.
   const int status = undecoded > 0 ? kExitFailure : plan.empty() ? kExitNothingFound : kExitSuccess;
   if (plan.empty() || options.moveTo.empty()) return status;
@@ -268,14 +311,7 @@ int runDups(const SDupsOptions& options) {
   const std::vector<SPhotoMove> moves = plannedMoves(plan);
   // Standard output holds nothing but the answer in JSON.
   FILE* const notes = options.json ? stderr : stdout;
-  if (options.dryRun) {
-    std::fprintf(notes, "dry run: %zu photos would move, nothing was changed\n", moves.size());
-    return status;
-  }
-  const SMoveSummary summary = CPhotoMover(library).run(moves);
-  library.refreshCache();  // the next search starts from the cache again
-  std::fprintf(notes, "%u moved, %u failed\n", summary.moved, summary.failed);
-  return summary.failed > 0 ? kExitFailure : status;
+  return carryOut(library, moves, options.dryRun, notes, status);
 }
 
 int runInfo(const std::string& libraryFile) {

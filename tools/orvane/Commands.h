@@ -44,10 +44,13 @@ struct SDupsOptions {
   std::vector<std::string> references;  // folders whose photos always stay
   std::string moveTo;                   // empty: nothing moves
   bool dryRun = false;
+  std::string html;   // the review page to write; empty: none
+  std::string apply;  // a choices file of the review page to carry out instead of the plan
   bool anyOrientation = false;  // also mirrored and turned copies, decoding every photo again
   unsigned jobs = 1;            // threads of the search, and that decode
 };
 
+// With apply set, moves the photos that the choices untick into moveTo; nothing is searched.
 int runDups(const SDupsOptions& options);
 int runInfo(const std::string& library);
 

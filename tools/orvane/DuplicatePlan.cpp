@@ -64,6 +64,10 @@ std::optional<std::string> moveToRefusal(const std::string& moveTo,
   return std::nullopt;
 }
 
+bool isInFolders(const std::string& path, const std::vector<std::string>& folders) {
+  return isUnderAny(path, folderPaths(folders));
+}
+
 std::string moveTarget(const std::string& path, const std::vector<std::string>& indexedFolders,
                        const std::string& moveTo) {
   const fs::path* outermost = nullptr;
@@ -98,7 +102,7 @@ std::vector<std::vector<SPlannedMember>> planDuplicates(
       const bool reference = isUnderAny(photo.path, references);
       anyReference = anyReference || reference;
       anyOther = anyOther || !reference;
-      members.push_back({member.id, photo.path, member.score, reference, ""});
+      members.push_back({member.id, photo.path, member.score, reference, reference, ""});
       candidates.push_back({photo.path, 0, photo.stamp.size, photo.stamp.mtime});
     }
     if (members.size() < 2 || !anyOther) continue;

@@ -26,6 +26,7 @@ struct SPlannedMember {
   std::string path;
   float score = 0;  // to its closest photo in the group
   bool keep = false;
+  bool reference = false;  // under a reference folder, so it stays whatever the rule says
   std::string target;  // where it goes; empty when it stays or no folder was named
 };
 
@@ -34,6 +35,9 @@ struct SPlannedMember {
 std::optional<std::string> moveToRefusal(const std::string& moveTo,
                                          const std::vector<std::string>& indexedFolders,
                                          const std::vector<std::string>& references);
+
+// Whether the path lies under one of the folders.
+bool isInFolders(const std::string& path, const std::vector<std::string>& folders);
 
 // Where a photo goes under moveTo: at its path relative to the outermost indexed folder that
 // holds it, or at its whole absolute path when none does.

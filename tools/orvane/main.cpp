@@ -3,7 +3,8 @@
 //   orvane index LIBRARY PATH... [-j N] [--prune] [--fast]
 //   orvane find LIBRARY PHOTO... [--near N] [--any-orientation] [--json] [-j N]
 //   orvane dups LIBRARY [--any-orientation] [-j N] [--keep RULE] [--reference DIR]...
-//                       [--move-to DIR [--dry-run]] [--json]
+//                       [--move-to DIR [--dry-run]] [--json] [--html PAGE]
+//   orvane dups LIBRARY --apply CHOICES --move-to DIR [--reference DIR]... [--dry-run]
 //   orvane info LIBRARY
 //
 // Exit status: 0 success, 1 a search found nothing, 2 usage error, 3 I/O or library error, or
@@ -145,6 +146,20 @@ int main(int argc, char** argv) {
                    "exits with 3")
       ->type_name("DIR");
   dupsCommand->add_flag("--dry-run", dups.dryRun, "show what --move-to would do; change nothing");
+  dupsCommand
+      ->add_option("--html", dups.html,
+                   "also write a review page: one self-contained HTML file with thumbnails of "
+                   "every group, to look at in a browser offline; it exports the photos you "
+                   "tick to keep as a choices file for --apply")
+      ->type_name("PAGE");
+  dupsCommand
+      ->add_option("--apply", dups.apply,
+                   "move the photos that a choices file exported by the review page leaves "
+                   "unticked into the --move-to folder, with the same safety rules; nothing "
+                   "else moves")
+      ->type_name("CHOICES")
+      ->needs("--move-to")
+      ->excludes("--html", "--any-orientation", "--json", "--keep");
 
   CLI::App* infoCommand =
       app.add_subcommand("info", "Show the number of photos, the file size and the version.");

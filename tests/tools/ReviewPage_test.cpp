@@ -1,0 +1,227 @@
+// The review page end to end: the tool writes it for a library with planted groups, Debian's
+// Chromium loads it from disk headless, a driver script appended to a copy of the page checks
+// the rendered DOM, uses the score slider and the keep ticks, and catches the exported
+// choices, which `dups --apply` then carries out. Skipped where Chromium cannot start.
+#include <glib.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+#include <vips/vips8>
+
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using Json = nlohmann::json;
+
+// Runs the program without a shell, so that hostile file names pass as they are; the
+// status, or -1 when it did not end by itself.
+// Standard output goes to output, standard error beside it (.err).
+int runProgram(const std::vector<std::string>& arguments, const fs::path& output) {
+  std::fflush(stdout);
+  const pid_t child = fork();
+  if (child == 0) {
+    std::vector<char*> argv;
+    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    if (freopen(output.c_str(), "w", stdout) == nullptr ||
+        freopen((output.string() + ".err").c_str(), "w", stderr) == nullptr) {
+      _exit(126);
+    }
+    execvp(argv[0], argv.data());
+    _exit(127);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string readFile(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream bytes;
+  bytes << in.rdbuf();
+  return bytes.str();
+}
+
+// Cloudy colours of their own for every seed.
+vips::VImage clouds(int seed, int width, int height) {
+  std::vector<vips::VImage> bands;
+  for (int band = 0; band < 3; ++band) {
+    bands.push_back(vips::VImage::perlin(
+                        width, height,
+                        vips::VImage::option()->set("cell_size", 96)->set("seed", seed * 3 + band)) *
+                        120 +
+                    128);
+  }
+  return vips::VImage::bandjoin(bands).cast(VIPS_FORMAT_UCHAR).copy(
+      vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+}
+
+// Checks the page in a browser and writes what it found, as base64 JSON, into the DOM.
+const char kDriver[] = R"js(<script>
+(async () => {
+  const sleep = ms => new Promise(done => setTimeout(done, ms));
+  const thumbs = () => [...document.querySelectorAll('img.thumb')];
+  for (let i = 0; i < 100 && thumbs().some(t => !t.complete || t.naturalWidth === 0); ++i) {
+    await sleep(100);
+  }
+  const groups = () => [...document.querySelectorAll('section.group')];
+  const r = {errors: []};
+  window.addEventListener('error', e => r.errors.push(e.message));
+  Object.assign(r, {groups: groups().length, thumbs: thumbs().map(t => t.naturalWidth)});
+  r.cards = [...document.querySelectorAll('figure.photo')].map(
+      f => [f.querySelector('.path').textContent, f.querySelector('.mark').textContent.trim()]);
+  r.injected = window.pwned === 1 || document.querySelector('img[src="x"]') !== null;
+  r.counts = Object.assign({}, document.getElementById('counts').dataset);
+  for (const key of ['j', 'j']) document.dispatchEvent(new KeyboardEvent('keydown', {key}));
+  r.current = groups().findIndex(g => g.classList.contains('current'));
+  const slider = document.getElementById('score');
+  slider.value = '0.001';
+  slider.dispatchEvent(new Event('input'));
+  r.shown = groups().filter(g => !g.hidden).length;
+  for (const box of groups()[0].querySelectorAll('span.mark + input')) box.click();
+  let blob = null;
+  const objectUrl = URL.createObjectURL;
+  URL.createObjectURL = made => { blob = made; return objectUrl(made); };
+  // The blob is caught above; the download itself would land in the user's folder.
+  document.addEventListener('click', e => { if (e.target.download) e.preventDefault(); }, true);
+  document.getElementById('export').click();
+  r.exported = blob ? JSON.parse(await blob.text()) : null;
+  return r;
+})().catch(e => ({failure: String(e)})).then(r => {
+  const out = document.createElement('pre');
+  out.id = 'test-result';
+  out.textContent = btoa(unescape(encodeURIComponent(JSON.stringify(r))));
+  document.body.append(out);
+});
+</script>
+)js";
+
+class ReviewPageTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { ASSERT_EQ(VIPS_INIT("tools_test"), 0); }
+
+  void SetUp() override {
+    char pattern[] = "/tmp/orvane-review-test-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    dir = pattern;
+    fs::create_directories(dir / "photos" / "x<");
+  }
+  void TearDown() override { fs::remove_all(dir); }
+
+  int tool(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), ORVANE_TOOL);
+    return runProgram(arguments, dir / "tool.out");
+  }
+
+  // Chromium headless on a page from disk, with a fresh profile and nothing from the network.
+  int chromium(const std::vector<std::string>& extra, const fs::path& page) {
+    const fs::path profile = dir / ("browser" + std::to_string(++runs));
+    fs::create_directories(profile);
+    std::vector<std::string> arguments{
+        "timeout", "-k", "5", "120", "chromium", "--headless", "--no-sandbox",
+        "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
+        "--disable-component-update", "--disable-sync",
+        "--user-data-dir=" + profile.string(), "--window-size=1280,900",
+        "--virtual-time-budget=10000"};
+    arguments.insert(arguments.end(), extra.begin(), extra.end());
+    arguments.push_back("file://" + page.string());
+    return runProgram(arguments, dir / "chromium.out");
+  }
+
+  fs::path dir;
+  int runs = 0;
+};
+
+TEST_F(ReviewPageTest, BrowserShowsTheGroupsAndItsChoicesAreApplied) {
+  const fs::path photos = dir / "photos";
+  const std::string kept = (photos / "a.png").string();
+  // A name with spaces, both quotes, '<', '&', non-ASCII and, with its folder, "</script>".
+  const std::string hostile =
+      (photos / "x<" / "script><img src=x onerror=window.pwned=1> it's \"q\" & \u00e9.png")
+          .string();
+  clouds(1, 640, 480).write_to_file(kept.c_str());
+  fs::copy_file(kept, hostile);
+  const vips::VImage second = clouds(2, 640, 480);
+  second.write_to_file((photos / "b.png").string().c_str());
+  second.resize(0.5).write_to_file((photos / "b-small.jpg[Q=70]").string().c_str());
+  second.write_to_file((photos / "b-gone.png").string().c_str());
+  clouds(3, 640, 480).write_to_file((photos / "c.png").string().c_str());
+  const std::string library = (dir / "photos.orvane").string();
+  ASSERT_EQ(tool({"index", library, photos.string()}), 0) << readFile(dir / "tool.out");
+  fs::remove(photos / "b-gone.png");
+
+  const fs::path page = dir / "review.html";
+  ASSERT_EQ(tool({"dups", library, "--html", page.string()}), 0) << readFile(dir / "tool.out");
+  EXPECT_THAT(readFile(dir / "tool.out"), HasSubstr("2 groups, 5 photos (1 missing)"));
+
+  const fs::path screenshot = fs::path(ORVANE_ARTEFACT_DIR) / "review-page.png";
+  fs::remove(screenshot);
+  if (chromium({"--screenshot=" + screenshot.string()}, page) != 0 || !fs::exists(screenshot)) {
+    GTEST_SKIP() << "Chromium cannot start here (scripts/install-deps.sh installs it): "
+                 << readFile(dir / "chromium.out.err");
+  }
+  std::printf("review page screenshot: %s\n", screenshot.c_str());
+
+  const fs::path driven = dir / "driven.html";
+  std::ofstream(driven) << readFile(page) << kDriver;
+  ASSERT_EQ(chromium({"--dump-dom"}, driven), 0);
+  const std::string dom = readFile(dir / "chromium.out");
+  const std::size_t start = dom.find("<pre id=\"test-result\">");
+  ASSERT_NE(start, std::string::npos) << readFile(dir / "chromium.out.err");
+  const std::size_t from = start + std::strlen("<pre id=\"test-result\">");
+  const std::string base64 = dom.substr(from, dom.find("</pre>", from) - from);
+  gsize length = 0;
+  guchar* decoded = g_base64_decode(base64.c_str(), &length);
+  const Json result = Json::parse(std::string(reinterpret_cast<char*>(decoded), length));
+  g_free(decoded);
+
+  ASSERT_FALSE(result.contains("failure")) << result["failure"];
+  EXPECT_EQ(result["errors"], Json::array());
+  EXPECT_EQ(result["groups"], 2);
+  EXPECT_EQ(result["thumbs"].size(), 4u);
+  for (const Json& width : result["thumbs"]) EXPECT_GT(width.get<int>(), 0);
+  using Card = std::vector<std::string>;
+  EXPECT_THAT(result["cards"].get<std::vector<Card>>(),
+              ElementsAre(Card{kept, "keep"}, Card{hostile, "move"},
+                          Card{(photos / "b-gone.png").string(), "missing"},
+                          Card{(photos / "b-small.jpg").string(), "move"},
+                          Card{(photos / "b.png").string(), "keep"}));
+  EXPECT_FALSE(result["injected"]);
+  EXPECT_EQ(result["counts"]["groups"], "2");
+  EXPECT_EQ(result["counts"]["photos"], "5");
+  EXPECT_EQ(result["current"], 1) << "two steps down";
+  EXPECT_EQ(result["shown"], 1) << "only the identical copies score below 0.001";
+
+  // The first group's ticks were turned over and only it is exported.
+  const Json& choices = result["exported"];
+  ASSERT_TRUE(choices.is_object());
+  EXPECT_EQ(choices["groups"], Json::parse(R"([[{"path": )" + Json(kept).dump() +
+                                           R"(, "keep": false}, {"path": )" +
+                                           Json(hostile).dump() + R"(, "keep": true}]])"));
+  const fs::path choicesFile = dir / "choices.json";
+  std::ofstream(choicesFile) << choices.dump();
+  const fs::path out = dir / "moved";
+  ASSERT_EQ(tool({"dups", library, "--apply", choicesFile.string(), "--move-to", out.string(),
+                  "--dry-run"}),
+            0);
+  EXPECT_FALSE(fs::exists(out));
+  ASSERT_EQ(tool({"dups", library, "--apply", choicesFile.string(), "--move-to", out.string()}),
+            0)
+      << readFile(dir / "tool.out");
+  EXPECT_FALSE(fs::exists(kept));
+  EXPECT_TRUE(fs::exists(out / "a.png"));
+  EXPECT_TRUE(fs::exists(hostile));
+  EXPECT_TRUE(fs::exists(photos / "b-small.jpg")) << "its group was not exported";
+}
+
+}  // namespace
