@@ -176,6 +176,13 @@ def main():
                 engine = "search engine" if hasattr(orvane.Database, "duplicate_pairs") else "same_photo"
                 print(f"duplicate_pairs over {len(sdb)} ({engine}): {len(pairs)} pairs in "
                       f"{wall:.1f} s wall, {cpu:.1f} s processor (load {os.getloadavg()[0]:.1f})")
+                if workers == 1 and hasattr(orvane.Database, "duplicate_pairs"):
+                    single = orvane.Database()
+                    for n, s in enumerate(signatures[: args.pairs]):
+                        single.add(s, n + 1)
+                    wall, cpu, same = timed(client, single.duplicate_pairs)
+                    print(f"  one in-process Database: {len(same)} pairs in {wall:.1f} s wall, "
+                          f"{cpu:.1f} s processor; equal: {same == pairs}")
             del sdb
 
 
