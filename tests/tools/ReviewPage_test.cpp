@@ -84,6 +84,12 @@ const char kDriver[] = R"js(<script>
   r.counts = Object.assign({}, document.getElementById('counts').dataset);
   for (const key of ['j', 'j']) document.dispatchEvent(new KeyboardEvent('keydown', {key}));
   r.current = groups().findIndex(g => g.classList.contains('current'));
+  for (const box of [...groups()[1].querySelectorAll('input.compare')].slice(-2)) {
+    box.click();
+  }
+  const panes = [...document.querySelectorAll('#viewer:not([hidden]) .pane img')];
+  r.compared = panes.map(img => [img.clientWidth, img.clientHeight]);
+  document.dispatchEvent(new KeyboardEvent('keydown', {key: 'Escape'}));
   const slider = document.getElementById('score');
   slider.value = '0.001';
   slider.dispatchEvent(new Event('input'));
@@ -200,6 +206,8 @@ TEST_F(ReviewPageTest, BrowserShowsTheGroupsAndItsChoicesAreApplied) {
   EXPECT_EQ(result["counts"]["groups"], "2");
   EXPECT_EQ(result["counts"]["photos"], "5");
   EXPECT_EQ(result["current"], 1) << "two steps down";
+  ASSERT_EQ(result["compared"].size(), 2u) << "side by side";
+  EXPECT_EQ(result["compared"][0], result["compared"][1]) << "at the same size";
   EXPECT_EQ(result["shown"], 1) << "only the identical copies score below 0.001";
 
   // The first group's ticks were turned over and only it is exported.

@@ -298,7 +298,8 @@ int runDups(const SDupsOptions& options) {
     std::printf("no duplicates among %zu photos\n", photos.size());
   }
   if (!options.html.empty()) {
-    const SReviewSummary page = writeReviewPage(options.html, libraryPath(library.file()), plan);
+    const SReviewSummary page = writeReviewPage(options.html, libraryPath(library.file()), plan,
+                                                     options.jobs);
     std::fprintf(options.json ? stderr : stdout,
                  "review page %s: %zu groups, %zu photos (%zu missing), %lld bytes reclaimable\n",
                  options.html.c_str(), page.groups, page.photos, page.missing,

@@ -4,14 +4,17 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <thread>
 #include <vips/vips8>
 
 #include "tools/orvane/CToolError.h"
+#include "tools/orvane/PhotoDecoder.h"
 
 namespace {
 
@@ -47,6 +50,8 @@ header .tools { display: flex; flex-wrap: wrap; gap: 1em; align-items: center; }
 #viewer .pane { flex: 1 1 0; min-width: 0; display: flex; flex-direction: column; }
 #viewer img { width: 100%; height: calc(100vh - 5em); object-fit: contain; }
 #viewer .path { color: #eee; }
+#viewer .gone { height: calc(100vh - 5em); display: flex; align-items: center;
+  justify-content: center; color: #f66; font-weight: bold; }
 )css";
 
 const char kBody[] = R"html(
@@ -104,8 +109,10 @@ function show(cards) {
   for (const card of cards) {
     const pane = el('div', 'pane');
     const img = el('img');
-    img.src = card.photo.url;
     img.alt = card.photo.path;
+    // The file may have gone since the page was written.
+    img.addEventListener('error', () => img.replaceWith(el('div', 'gone', 'missing')));
+    img.src = card.photo.url;
     pane.append(img, el('div', 'path', card.photo.path));
     viewer.append(pane);
   }
@@ -164,7 +171,7 @@ const groups = data.groups.map((group, index) => {
       card.box.disabled = photo.reference;
       card.box.addEventListener('change', () => { markCard(card); counts(); });
       mark.append(card.box);
-      card.compare = el('input');
+      card.compare = el('input', 'compare');
       card.compare.type = 'checkbox';
       card.compare.addEventListener('change', () => compare(g));
       const pick = el('label', null, ' compare');
@@ -326,14 +333,13 @@ std::string localTime(const struct timespec& time) {
 }
 
 // The facts of one photo as the page's script reads them.
-Json photoJson(const SPlannedMember& member, SReviewSummary& summary) {
+Json photoJson(const SPlannedMember& member) {
   Json photo{{"path", member.path},  {"url", fileUrl(member.path)},
              {"score", member.score}, {"keep", member.keep},
              {"reference", member.reference}};
   struct stat status {};
   if (stat(member.path.c_str(), &status) != 0) {
     photo["missing"] = true;
-    ++summary.missing;
     return photo;
   }
   const SThumbnail thumb = thumbnail(member.path);
@@ -346,8 +352,21 @@ Json photoJson(const SPlannedMember& member, SReviewSummary& summary) {
     photo["thumbWidth"] = thumb.width;
     photo["thumbHeight"] = thumb.height;
   }
-  if (!member.keep) summary.reclaimable += status.st_size;
   return photo;
+}
+
+// The facts of every photo, in the order given, made on `jobs` threads.
+std::vector<Json> photosJson(const std::vector<const SPlannedMember*>& members, unsigned jobs) {
+  std::vector<Json> made(members.size());
+  std::atomic<std::size_t> next{0};
+  const auto work = [&] {
+    for (std::size_t i; (i = next++) < members.size();) made[i] = photoJson(*members[i]);
+    endDecoderThread();
+  };
+  std::vector<std::thread> threads;
+  for (unsigned i = 0; i < std::max(1u, jobs); ++i) threads.emplace_back(work);
+  for (std::thread& thread : threads) thread.join();
+  return made;
 }
 
 // JSON that may sit inside a script block: ASCII only (no line separators), and '<', '>'
@@ -379,7 +398,8 @@ float groupScore(const std::vector<SPlannedMember>& group) {
 }  // namespace
 
 SReviewSummary writeReviewPage(const std::string& file, const std::string& library,
-                               const std::vector<std::vector<SPlannedMember>>& plan) {
+                               const std::vector<std::vector<SPlannedMember>>& plan,
+                               unsigned jobs) {
   // Surest first: by the loosest link of each group; equal scores by the first path.
   std::vector<const std::vector<SPlannedMember>*> order;
   for (const auto& group : plan) order.push_back(&group);
@@ -389,15 +409,30 @@ SReviewSummary writeReviewPage(const std::string& file, const std::string& libra
     return scoreA != scoreB ? scoreA < scoreB : a->front().path < b->front().path;
   });
 
+  std::vector<const SPlannedMember*> members;
+  for (const auto* group : order) {
+    for (const SPlannedMember& member : *group) members.push_back(&member);
+  }
+  const std::vector<Json> facts = photosJson(members, jobs);
+
   SReviewSummary summary;
+  summary.groups = plan.size();
+  summary.photos = members.size();
   Json groups = Json::array();
+  std::size_t at = 0;
   for (const std::vector<SPlannedMember>* group : order) {
     Json photos = Json::array();
-    for (const SPlannedMember& member : *group) photos.push_back(photoJson(member, summary));
+    for (std::size_t i = 0; i < group->size(); ++i, ++at) {
+      const Json& photo = facts[at];
+      if (photo.contains("missing")) {
+        ++summary.missing;
+      } else if (!members[at]->keep) {
+        summary.reclaimable += photo["size"].get<std::int64_t>();
+      }
+      photos.push_back(photo);
+    }
     groups.push_back({{"score", groupScore(*group)}, {"photos", photos}});
-    summary.photos += group->size();
   }
-  summary.groups = plan.size();
 
   std::ofstream out(file, std::ios::binary | std::ios::trunc);
   out << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"

@@ -31,8 +31,10 @@ struct SReviewSummary {
   std::size_t missing = 0;
 };
 
-// Writes the page of the plan to file; throws CToolError when the file cannot be written.
+// Writes the page of the plan to file, making thumbnails on `jobs` threads; throws
+// CToolError when the file cannot be written.
 SReviewSummary writeReviewPage(const std::string& file, const std::string& library,
-                               const std::vector<std::vector<SPlannedMember>>& plan);
+                               const std::vector<std::vector<SPlannedMember>>& plan,
+                               unsigned jobs);
 
 #endif  // ORVANE_TOOLS_REVIEWPAGE_H_
