@@ -44,6 +44,13 @@ int CMessageObject::receiveFromBuffer(MsgBytes&& bytes) {
   return receive([&](CReceiveMsg& receiving) { receiving.takeBuffer(std::move(bytes)); });
 }
 
+int CMessageObject::receiveFromSource(std::size_t length, CReceiveMsg::Source source,
+                                      std::size_t window) {
+  return receive([&](CReceiveMsg& receiving) {
+    receiving.setSource(length, std::move(source), window);
+  });
+}
+
 int CMessageObject::receive(const std::function<void(CReceiveMsg&)>& fill) {
   message.reset();
   try {

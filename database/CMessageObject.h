@@ -1,7 +1,8 @@
 // CMessageObject: an object that packs itself into a typed message and unpacks itself from
 // one. Subclasses write pack() and unpack() as two lists of the same typed calls in the same
 // order; this base runs them against a sending or a receiving message and owns that message,
-// which stays alive (with a copy of the whole message) until the next send or receive.
+// which stays alive (with a copy of the whole message, or the last window of one read from
+// a source) until the next send or receive.
 #ifndef ORVANE_DATABASE_CMESSAGEOBJECT_H_
 #define ORVANE_DATABASE_CMESSAGEOBJECT_H_
 
@@ -9,9 +10,8 @@
 #include <memory>
 
 #include "message/CMsgBase.h"
+#include "message/CReceiveMsg.h"
 #include "message/MsgBytes.h"
-
-class CReceiveMsg;
 
 class CMessageObject {
  public:
@@ -40,6 +40,9 @@ class CMessageObject {
   // The same, taking the bytes over instead of copying them.
   // REQUIRES: fewer than 2^32 bytes.
   int receiveFromBuffer(MsgBytes&& bytes);
+  // The same, reading the `length` bytes from `source` while unpacking, `window` bytes or
+  // more at a time, so that the whole message is never held at once.
+  int receiveFromSource(std::size_t length, CReceiveMsg::Source source, std::size_t window);
 
  protected:
   // 0: pack on send and unpack on receive; otherwise the other way round.

@@ -97,17 +97,9 @@ std::streamoff bytesLeft(std::istream& in) {
   return end == std::istream::pos_type(-1) ? -1 : end - here;
 }
 
-// Up to `length` bytes of the stream, fewer if it ends before. A stream that knows its
-// size is read in one piece; any other in bounded chunks, so that a false length never
-// allocates more than is really there.
+// Up to `length` bytes of a stream that cannot tell its size, fewer if it ends before: read
+// in bounded chunks, so that a false length never allocates more than is really there.
 MsgBytes readUpTo(std::istream& in, uint32_t length) {
-  const std::streamoff left = bytesLeft(in);
-  if (left >= 0) {
-    MsgBytes bytes(std::min<uint64_t>(length, static_cast<uint64_t>(left)));
-    in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    bytes.resize(static_cast<size_t>(in.gcount()));
-    return bytes;
-  }
   std::vector<MsgBytes> chunks;
   size_t total = 0;
   while (total < length) {
@@ -472,7 +464,23 @@ uint32_t CSignatureDatabase::loadFromStream(std::istream& in) {
     in.read(reinterpret_cast<char*>(head), sizeof head);
     length = loadBigEndian32(head);
     // Kept: a message with another header or a damaged one is not reported.
-    receiveFromBuffer(readUpTo(in, length));
+    const std::streamoff left = bytesLeft(in);
+    if (left < 0) {
+      receiveFromBuffer(readUpTo(in, length));
+    } else {
+      // A stream that knows its size is decoded while it is read, a chunk at a time, and
+      // left after the message as if it had been read whole.
+      const std::istream::pos_type start = in.tellg();
+      const auto total = static_cast<size_t>(std::min<uint64_t>(length, static_cast<uint64_t>(left)));
+      receiveFromSource(
+          total,
+          [&in](unsigned char* into, size_t count) {
+            in.read(reinterpret_cast<char*>(into), static_cast<std::streamsize>(count));
+            return static_cast<size_t>(in.gcount());
+          },
+          kReadChunk);
+      in.seekg(start + static_cast<std::streamoff>(total));
+    }
   } catch (...) {
     throw std::string(kErrorIStreaming);
   }

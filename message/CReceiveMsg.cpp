@@ -1,5 +1,6 @@
 #include "message/CReceiveMsg.h"
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -22,19 +23,38 @@ CReceiveMsg::~CReceiveMsg() = default;
 
 void CReceiveMsg::reset() {
   buffer.clear();
-  readPos = 0;
+  windowStart = total = readPos = 0;
+  source = nullptr;
+}
+
+// The window moves up to the read position and grows to what is asked, at least a window's
+// worth, never past the message.
+void CReceiveMsg::ensure(std::size_t end) {
+  const std::size_t present = windowStart + buffer.size();
+  if (end <= present) return;
+  const std::size_t keep = present - readPos;
+  if (keep != 0) std::memmove(buffer.data(), at(readPos), keep);
+  windowStart = readPos;
+  const std::size_t wanted = std::min(total - readPos, std::max(end - readPos, window));
+  buffer.resize(wanted);
+  if (source(buffer.data() + keep, wanted - keep) != wanted - keep) {
+    buffer.resize(keep);
+    throw std::string(kErrorInProtocol);
+  }
 }
 
 // An item ends 5 + L bytes after its tag, whatever the tag (so an element-tag item is
 // stepped into, not over). The end of the message is the end mark, or an item that ends
 // exactly at the buffer's end: kept, that last item is never delivered.
-std::size_t CReceiveMsg::itemEnd() const {
-  const std::size_t total = buffer.size();
-  if (readPos >= total || buffer[readPos] == kEndMark) return 0;
+std::size_t CReceiveMsg::itemEnd() {
+  if (readPos >= total) return 0;
+  ensure(std::min(total, readPos + kItemHeadSize));
+  if (*at(readPos) == kEndMark) return 0;
   if (total - readPos < kItemHeadSize) throw std::string(kErrorInProtocol);
-  const std::size_t end = readPos + kItemHeadSize + loadBigEndian32(&buffer[readPos + 1]);
+  const std::size_t end = readPos + kItemHeadSize + loadBigEndian32(at(readPos + 1));
   if (end == total) return 0;
   if (end > total) throw std::string(kErrorInProtocol);
+  ensure(end);
   return end;
 }
 
@@ -43,7 +63,7 @@ T CReceiveMsg::next() {
   const std::size_t end = itemEnd();
   if (end == 0) return T();
   CMsgValue<T> item;
-  item.decode(&buffer[readPos], end - readPos);
+  item.decode(at(readPos), end - readPos);
   readPos = end;
   return item.value();
 }
@@ -63,14 +83,21 @@ bool CReceiveMsg::pass(bool) { return next<bool>(); }
 // A float item that ends before the buffer's last byte is read by the float slot as its
 // bits: the sweep takes those, and leaves anything else (the end of the message, an item
 // ending exactly at the buffer's end, another tag or length) to the slot itself.
+// The sweep reads in the window, which holds all `count` items when they are there.
 void CReceiveMsg::passFloats(float* values, std::size_t count) {
   std::size_t i = 0;
-  const unsigned char* bytes = buffer.data();
-  for (; i < count && readPos < buffer.size() && buffer.size() - readPos > kFloatItemSize; ++i) {
-    const unsigned char* item = bytes + readPos;
-    if (std::memcmp(item, kFloatItemHead, kItemHeadSize) != 0) break;
-    values[i] = floatFromBits(loadBigEndian32(item + kItemHeadSize));
-    readPos += kFloatItemSize;
+  if (readPos < total) {
+    const std::size_t wanted = count > (total - readPos) / kFloatItemSize
+                                   ? total
+                                   : std::min(total, readPos + count * kFloatItemSize + 1);
+    ensure(wanted);
+    const std::size_t last = std::min(windowStart + buffer.size(), total - 1);
+    for (; i < count && readPos + kFloatItemSize <= last; ++i) {
+      const unsigned char* item = at(readPos);
+      if (std::memcmp(item, kFloatItemHead, kItemHeadSize) != 0) break;
+      values[i] = floatFromBits(loadBigEndian32(item + kItemHeadSize));
+      readPos += kFloatItemSize;
+    }
   }
   for (; i < count; ++i) values[i] = next<float>();
 }
@@ -84,7 +111,7 @@ unsigned char* CReceiveMsg::passBlob(unsigned char*& data, unsigned& length) {
     return nullptr;
   }
   CMsgBlob item;
-  item.decode(&buffer[readPos], end - readPos);
+  item.decode(at(readPos), end - readPos);
   readPos = end;
   unsigned char* block = new unsigned char[item.length()];
   if (item.length() != 0) std::memcpy(block, item.data(), item.length());
@@ -113,12 +140,12 @@ std::string& CReceiveMsg::passString(std::string& text) { return replaceByBlob(t
 void CReceiveMsg::finish(const unsigned char*) {}
 
 int CReceiveMsg::checkHeader(const unsigned char* header) {
-  if (buffer.size() < kHeaderSize) {
-    readPos = 0;
-    return 0;
-  }
-  readPos = kFirstItem;
-  return std::memcmp(buffer.data(), header, kHeaderSize) == 0 ? 1 : 0;
+  readPos = 0;
+  if (total < kHeaderSize) return 0;
+  ensure(std::min(total, kFirstItem));
+  const bool same = std::memcmp(at(0), header, kHeaderSize) == 0;
+  readPos = std::min(total, kFirstItem);
+  return same ? 1 : 0;
 }
 
 void CReceiveMsg::terminate() {}
@@ -126,13 +153,22 @@ void CReceiveMsg::terminate() {}
 const unsigned char* CReceiveMsg::getBuffer() { throw std::string(kReceiveGetBufferNotAllowed); }
 
 void CReceiveMsg::setBuffer(const unsigned char* data, unsigned length) {
+  reset();
   buffer.assign(data, data + length);
-  readPos = 0;
+  total = length;
 }
 
 void CReceiveMsg::takeBuffer(MsgBytes&& bytes) {
+  reset();
   buffer = std::move(bytes);
-  readPos = 0;
+  total = buffer.size();
 }
 
-unsigned CReceiveMsg::size() const { return static_cast<unsigned>(buffer.size()); }
+void CReceiveMsg::setSource(std::size_t length, Source from, std::size_t windowBytes) {
+  reset();
+  total = length;
+  source = std::move(from);
+  window = windowBytes;
+}
+
+unsigned CReceiveMsg::size() const { return static_cast<unsigned>(total); }

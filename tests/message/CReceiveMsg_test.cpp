@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <sstream>
+#include <string>
+#include <vector>
+
 #include "message/CSendMsg.h"
 #include "tests/support/HexBytes.h"
 #include "tests/support/ThrownText.h"
@@ -135,6 +140,89 @@ TEST(CReceiveMsgTest, FloatSweepReadsLikeOneReadPerFloat) {
       EXPECT_EQ(sweptNext, singleNext);
     }
   }
+}
+
+
+// What a fixed run of reads gives: the values and failure texts, in order.
+std::string transcript(CReceiveMsg& message) {
+  std::ostringstream out;
+  out << message.checkHeader(kHeader) << ' ' << message.size() << ';';
+  for (int round = 0; round < 3; ++round) {
+    float floats[3] = {};
+    std::string text;
+    std::vector<unsigned char> bytes;
+    out << thrownText([&] { out << message.get(int{}); }) << ';'
+        << thrownText([&] { message.getFloats(floats, 3); }) << floats[0] << ' ' << floats[1]
+        << ' ' << floats[2] << ';' << thrownText([&] { out << message.getString(text); }) << ';'
+        << thrownText([&] { out << message.get(double{}); }) << ';'
+        << thrownText([&] { out << hexText(message.getBytes(bytes)); }) << ';'
+        << thrownText([&] { out << message.get(float{}); }) << ';';
+  }
+  return out.str();
+}
+
+// Read from a source a window at a time, any message, whole, cut anywhere or damaged, answers
+// as the same bytes in one buffer; a source that falls short is a damaged message.
+TEST(CReceiveMsgTest, SourceReadsAsTheWholeBuffer) {
+  CSendMsg sent;
+  sent.put(7);
+  float floats[5] = {1.5f, -2.0f, 0.25f, 3.0e38f, -0.0f};
+  sent.putFloats(floats, 5);
+  std::string text = "V6";
+  sent.putString(text);
+  sent.put(2.5);
+  unsigned char blob[] = {1, 2, 3}, *data = blob;
+  unsigned length = 3;
+  sent.putBlob(data, length);
+  sent.putFloats(floats, 2);
+  sent.put(8);
+  sent.terminate();
+  sent.finish(kHeader);
+  const unsigned char* sentBytes = sent.getBuffer();
+  const std::vector<unsigned char> whole(sentBytes, sentBytes + sent.size());
+  std::vector<std::vector<unsigned char>> messages;
+  for (size_t cut = 0; cut <= whole.size(); ++cut) {
+    messages.emplace_back(whole.begin(), whole.begin() + cut);
+  }
+  for (const char* hex : {"4F 52 56 31 00 00 00 00 08 35 00 00 00 09 61 62 58",
+                          "4F 52 56 31 00 00 00 00 08 35 FF FF FF FF 61 62 58",
+                          "4F 52 56 31 00 00 00 00 0A 36 00 00 00 02 00 61 00 62 58",
+                          "4F 52 56 31 00 00 00 00 00 33 00 00 00 05 00 00 00 00 00 58"}) {
+    messages.push_back(hexBytes(hex));
+  }
+  for (const std::vector<unsigned char>& bytes : messages) {
+    CReceiveMsg buffered;
+    buffered.setBuffer(bytes.data(), static_cast<unsigned>(bytes.size()));
+    const std::string expected = transcript(buffered);
+    for (size_t window : {1, 2, 5, 9, 64}) {
+      SCOPED_TRACE(testing::Message() << hexText(bytes) << " / window " << window);
+      size_t at = 0;
+      CReceiveMsg streamed;
+      streamed.setSource(
+          bytes.size(),
+          [&](unsigned char* into, size_t count) {
+            EXPECT_LE(at + count, bytes.size());
+            std::copy_n(bytes.begin() + at, count, into);
+            at += count;
+            return count;
+          },
+          window);
+      EXPECT_EQ(transcript(streamed), expected);
+    }
+  }
+  size_t given = 0;
+  CReceiveMsg shortSource;  // gives 12 bytes of the message and then nothing
+  shortSource.setSource(
+      whole.size(),
+      [&](unsigned char* into, size_t count) {
+        const size_t n = std::min(count, 12 - given);
+        std::copy_n(whole.begin() + given, n, into);
+        given += n;
+        return n;
+      },
+      4);
+  EXPECT_EQ(shortSource.checkHeader(kHeader), 1);
+  EXPECT_EQ(thrownText([&] { shortSource.get(int{}); }), "Error in Protocol");
 }
 
 }  // namespace
