@@ -136,15 +136,27 @@ ORVANE_AVX2 inline void storeHsv8(__m256i hue, __m256i sat, const SHsvInputs& in
   std::memcpy(d + 20, &last, 4);
 }
 
-// Hue and saturation of four pixels, as in the scalar code: with d = V - m and, in double,
-// S = trunc(255 (d / V) + half); rc, gc, bc = (V - channel) * (1 / d); h from the rule of the
-// last channel equal to V (r, then g, then b); x = h * 255 * sixth, plus 255 if negative;
-// H = trunc(x + half).
-ORVANE_AVX2 inline void hueSat4(__m256d diff, __m256d v, __m256d vr, __m256d vg, __m256d vb,
-                                __m256d isG, __m256d isB, __m128i& hue, __m128i& sat) {
+// Saturation of 8 pixels from d = V - m and V (both 1 where grey). In double the scalar code
+// computes S = trunc(255 (d / V) + half), half just below 1/2. The fractional part of
+// 255 d / V is k / V, and besides 1/2 itself none lies within 1 / (2 255 254) of the rounding
+// point 1 - half, far more than the double steps can err: S is 255 d / V rounded half down,
+// floor((510 d + V - 1) / (2 V)). That quotient is at most 255, and unless whole it lies at
+// least 1 / (2 V) below the next integer, which one float division cannot cross; both
+// operands are exact in float. The tests check every colour.
+ORVANE_AVX2 inline __m256i saturation8(__m256i diff, __m256i v) {
+  const __m256i numerator = _mm256_add_epi32(
+      _mm256_sub_epi32(_mm256_slli_epi32(diff, 9), _mm256_slli_epi32(diff, 1)),
+      _mm256_sub_epi32(v, _mm256_set1_epi32(1)));
+  return _mm256_cvttps_epi32(
+      _mm256_div_ps(_mm256_cvtepi32_ps(numerator), _mm256_cvtepi32_ps(_mm256_add_epi32(v, v))));
+}
+
+// Hue of four pixels, as in the scalar code: with d = V - m, in double, rc, gc, bc =
+// (V - channel) * (1 / d); h from the rule of the last channel equal to V (r, then g, then b);
+// x = h * 255 * sixth, plus 255 if negative; H = trunc(x + half).
+ORVANE_AVX2 inline __m128i hue4(__m256d diff, __m256d vr, __m256d vg, __m256d vb, __m256d isG,
+                                __m256d isB) {
   const __m256d k255 = _mm256_set1_pd(255.0);
-  const __m256d half = _mm256_set1_pd(kHsvHalf);
-  sat = _mm256_cvttpd_epi32(_mm256_add_pd(_mm256_mul_pd(k255, _mm256_div_pd(diff, v)), half));
   const __m256d inv = _mm256_div_pd(_mm256_set1_pd(1.0), diff);
   const __m256d rc = _mm256_mul_pd(vr, inv);
   const __m256d gc = _mm256_mul_pd(vg, inv);
@@ -155,7 +167,7 @@ ORVANE_AVX2 inline void hueSat4(__m256d diff, __m256d v, __m256d vr, __m256d vg,
   __m256d angle = _mm256_mul_pd(_mm256_mul_pd(h, k255), _mm256_set1_pd(kHsvSixth));
   const __m256d negative = _mm256_cmp_pd(angle, _mm256_setzero_pd(), _CMP_LT_OQ);
   angle = _mm256_blendv_pd(angle, _mm256_add_pd(angle, k255), negative);
-  hue = _mm256_cvttpd_epi32(_mm256_add_pd(angle, half));
+  return _mm256_cvttpd_epi32(_mm256_add_pd(angle, _mm256_set1_pd(kHsvHalf)));
 }
 
 ORVANE_AVX2 inline __m256d lowMask(__m256i mask) {
@@ -169,13 +181,12 @@ ORVANE_AVX2 int hsvLine(const unsigned char* src, unsigned char* dst, int width)
   int x = 0;
   for (; x + 8 <= width; x += 8) {
     const SHsvInputs in = hsvInputs8(src + 3 * x);
-    __m128i hueLow, satLow, hueHigh, satHigh;
-    hueSat4(lowAsDouble(in.safeDiff), lowAsDouble(in.safeV), lowAsDouble(in.vr), lowAsDouble(in.vg),
-            lowAsDouble(in.vb), lowMask(in.isG), lowMask(in.isB), hueLow, satLow);
-    hueSat4(highAsDouble(in.safeDiff), highAsDouble(in.safeV), highAsDouble(in.vr),
-            highAsDouble(in.vg), highAsDouble(in.vb), highMask(in.isG), highMask(in.isB), hueHigh,
-            satHigh);
-    storeHsv8(_mm256_setr_m128i(hueLow, hueHigh), _mm256_setr_m128i(satLow, satHigh), in,
+    const __m128i hueLow = hue4(lowAsDouble(in.safeDiff), lowAsDouble(in.vr), lowAsDouble(in.vg),
+                                lowAsDouble(in.vb), lowMask(in.isG), lowMask(in.isB));
+    const __m128i hueHigh =
+        hue4(highAsDouble(in.safeDiff), highAsDouble(in.vr), highAsDouble(in.vg),
+             highAsDouble(in.vb), highMask(in.isG), highMask(in.isB));
+    storeHsv8(_mm256_setr_m128i(hueLow, hueHigh), saturation8(in.safeDiff, in.safeV), in,
               dst + 3 * x);
   }
   return x;
@@ -189,8 +200,6 @@ ORVANE_AVX512 int hsvLineWide(const unsigned char* src, unsigned char* dst, int 
   for (; x + 8 <= width; x += 8) {
     const SHsvInputs in = hsvInputs8(src + 3 * x);
     const __m512d diff = _mm512_cvtepi32_pd(in.safeDiff);
-    const __m256i sat = _mm512_cvttpd_epi32(_mm512_add_pd(
-        _mm512_mul_pd(k255, _mm512_div_pd(diff, _mm512_cvtepi32_pd(in.safeV))), half));
     const __m512d inv = _mm512_div_pd(_mm512_set1_pd(1.0), diff);
     const __m512d rc = _mm512_mul_pd(_mm512_cvtepi32_pd(in.vr), inv);
     const __m512d gc = _mm512_mul_pd(_mm512_cvtepi32_pd(in.vg), inv);
@@ -203,7 +212,8 @@ ORVANE_AVX512 int hsvLineWide(const unsigned char* src, unsigned char* dst, int 
     __m512d angle = _mm512_mul_pd(_mm512_mul_pd(h, k255), _mm512_set1_pd(kHsvSixth));
     const __mmask8 negative = _mm512_cmp_pd_mask(angle, _mm512_setzero_pd(), _CMP_LT_OQ);
     angle = _mm512_mask_blend_pd(negative, angle, _mm512_add_pd(angle, k255));
-    storeHsv8(_mm512_cvttpd_epi32(_mm512_add_pd(angle, half)), sat, in, dst + 3 * x);
+    storeHsv8(_mm512_cvttpd_epi32(_mm512_add_pd(angle, half)), saturation8(in.safeDiff, in.safeV), in,
+              dst + 3 * x);
   }
   return x;
 }
