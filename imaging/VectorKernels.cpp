@@ -92,11 +92,16 @@ ORVANE_AVX2 int grayLine(const unsigned char* src, unsigned char* dst, int width
 }
 
 // The integer inputs of the colour conversion of 8 pixels (24 bytes), in 32-bit lanes:
-// V = max(r, g, b), d = V - min(r, g, b), and V minus each channel. `grey` marks the lanes
-// without colour (V == 0 or V == m, when d is 0 exactly); there d and V are set to 1, so that
-// the divisions stay finite, and the caller clears hue and saturation.
+// V = max(r, g, b), d = V - min(r, g, b). `grey` marks the lanes without colour (V == 0 or
+// V == m, when d is 0 exactly); there d and V are set to 1, so that the divisions stay
+// finite, and the caller clears hue and saturation.
+// The hue rule of each lane is chosen here, as offset + first / d + second / d in the
+// scalar code's order: with rc, gc, bc = (V - channel) * (1 / d), the rules bc - gc,
+// (2 + rc) - bc and (4 - rc) + gc are (0 + bc) + -gc, (2 + rc) + -bc and (4 + -rc) + gc,
+// the same roundings, since a negated integer times 1 / d is the negated product and
+// 0 + bc is bc for bc >= 0.
 struct SHsvInputs {
-  __m256i v, safeDiff, safeV, vr, vg, vb, isG, isB, grey;
+  __m256i v, safeDiff, safeV, offset, first, second, grey;
 };
 
 ORVANE_AVX2 inline SHsvInputs hsvInputs8(const unsigned char* src) {
@@ -109,11 +114,18 @@ ORVANE_AVX2 inline SHsvInputs hsvInputs8(const unsigned char* src) {
   in.grey = _mm256_cmpeq_epi32(diff, _mm256_setzero_si256());
   in.safeDiff = _mm256_blendv_epi8(diff, one, in.grey);
   in.safeV = _mm256_blendv_epi8(in.v, one, in.grey);
-  in.vr = _mm256_sub_epi32(in.v, r);
-  in.vg = _mm256_sub_epi32(in.v, g);
-  in.vb = _mm256_sub_epi32(in.v, b);
-  in.isG = _mm256_cmpeq_epi32(g, in.v);
-  in.isB = _mm256_cmpeq_epi32(b, in.v);
+  const __m256i vr = _mm256_sub_epi32(in.v, r);
+  const __m256i vg = _mm256_sub_epi32(in.v, g);
+  const __m256i vb = _mm256_sub_epi32(in.v, b);
+  const __m256i zero = _mm256_setzero_si256();
+  // The last rule whose channel equals V wins: r, then g, then b.
+  const __m256i isG = _mm256_cmpeq_epi32(g, in.v);
+  const __m256i isB = _mm256_cmpeq_epi32(b, in.v);
+  in.offset = _mm256_blendv_epi8(_mm256_and_si256(isG, _mm256_set1_epi32(2)),
+                                 _mm256_set1_epi32(4), isB);
+  in.first = _mm256_blendv_epi8(_mm256_blendv_epi8(vb, vr, isG), _mm256_sub_epi32(zero, vr), isB);
+  in.second = _mm256_blendv_epi8(
+      _mm256_sub_epi32(zero, _mm256_blendv_epi8(vg, vb, isG)), vg, isB);
   return in;
 }
 
@@ -151,41 +163,28 @@ ORVANE_AVX2 inline __m256i saturation8(__m256i diff, __m256i v) {
       _mm256_div_ps(_mm256_cvtepi32_ps(numerator), _mm256_cvtepi32_ps(_mm256_add_epi32(v, v))));
 }
 
-// Hue of four pixels, as in the scalar code: with d = V - m, in double, rc, gc, bc =
-// (V - channel) * (1 / d); h from the rule of the last channel equal to V (r, then g, then b);
-// x = h * 255 * sixth, plus 255 if negative; H = trunc(x + half).
-ORVANE_AVX2 inline __m128i hue4(__m256d diff, __m256d vr, __m256d vg, __m256d vb, __m256d isG,
-                                __m256d isB) {
+// Hue of four pixels, as in the scalar code: in double, h = (offset + first * (1 / d)) +
+// second * (1 / d) (see SHsvInputs); x = h * 255 * sixth, plus 255 if negative;
+// H = trunc(x + half).
+ORVANE_AVX2 inline __m128i hue4(__m256d diff, __m256d offset, __m256d first, __m256d second) {
   const __m256d k255 = _mm256_set1_pd(255.0);
   const __m256d inv = _mm256_div_pd(_mm256_set1_pd(1.0), diff);
-  const __m256d rc = _mm256_mul_pd(vr, inv);
-  const __m256d gc = _mm256_mul_pd(vg, inv);
-  const __m256d bc = _mm256_mul_pd(vb, inv);
-  __m256d h = _mm256_sub_pd(bc, gc);
-  h = _mm256_blendv_pd(h, _mm256_sub_pd(_mm256_add_pd(_mm256_set1_pd(2.0), rc), bc), isG);
-  h = _mm256_blendv_pd(h, _mm256_add_pd(_mm256_sub_pd(_mm256_set1_pd(4.0), rc), gc), isB);
+  const __m256d h = _mm256_add_pd(_mm256_add_pd(offset, _mm256_mul_pd(first, inv)),
+                                  _mm256_mul_pd(second, inv));
   __m256d angle = _mm256_mul_pd(_mm256_mul_pd(h, k255), _mm256_set1_pd(kHsvSixth));
   const __m256d negative = _mm256_cmp_pd(angle, _mm256_setzero_pd(), _CMP_LT_OQ);
   angle = _mm256_blendv_pd(angle, _mm256_add_pd(angle, k255), negative);
   return _mm256_cvttpd_epi32(_mm256_add_pd(angle, _mm256_set1_pd(kHsvHalf)));
 }
 
-ORVANE_AVX2 inline __m256d lowMask(__m256i mask) {
-  return _mm256_castsi256_pd(_mm256_cvtepi32_epi64(_mm256_castsi256_si128(mask)));
-}
-ORVANE_AVX2 inline __m256d highMask(__m256i mask) {
-  return _mm256_castsi256_pd(_mm256_cvtepi32_epi64(_mm256_extracti128_si256(mask, 1)));
-}
-
 ORVANE_AVX2 int hsvLine(const unsigned char* src, unsigned char* dst, int width) {
   int x = 0;
   for (; x + 8 <= width; x += 8) {
     const SHsvInputs in = hsvInputs8(src + 3 * x);
-    const __m128i hueLow = hue4(lowAsDouble(in.safeDiff), lowAsDouble(in.vr), lowAsDouble(in.vg),
-                                lowAsDouble(in.vb), lowMask(in.isG), lowMask(in.isB));
-    const __m128i hueHigh =
-        hue4(highAsDouble(in.safeDiff), highAsDouble(in.vr), highAsDouble(in.vg),
-             highAsDouble(in.vb), highMask(in.isG), highMask(in.isB));
+    const __m128i hueLow = hue4(lowAsDouble(in.safeDiff), lowAsDouble(in.offset),
+                                lowAsDouble(in.first), lowAsDouble(in.second));
+    const __m128i hueHigh = hue4(highAsDouble(in.safeDiff), highAsDouble(in.offset),
+                                 highAsDouble(in.first), highAsDouble(in.second));
     storeHsv8(_mm256_setr_m128i(hueLow, hueHigh), saturation8(in.safeDiff, in.safeV), in,
               dst + 3 * x);
   }
@@ -195,25 +194,19 @@ ORVANE_AVX2 int hsvLine(const unsigned char* src, unsigned char* dst, int width)
 // The same, eight doubles wide.
 ORVANE_AVX512 int hsvLineWide(const unsigned char* src, unsigned char* dst, int width) {
   const __m512d k255 = _mm512_set1_pd(255.0);
-  const __m512d half = _mm512_set1_pd(kHsvHalf);
   int x = 0;
   for (; x + 8 <= width; x += 8) {
     const SHsvInputs in = hsvInputs8(src + 3 * x);
-    const __m512d diff = _mm512_cvtepi32_pd(in.safeDiff);
-    const __m512d inv = _mm512_div_pd(_mm512_set1_pd(1.0), diff);
-    const __m512d rc = _mm512_mul_pd(_mm512_cvtepi32_pd(in.vr), inv);
-    const __m512d gc = _mm512_mul_pd(_mm512_cvtepi32_pd(in.vg), inv);
-    const __m512d bc = _mm512_mul_pd(_mm512_cvtepi32_pd(in.vb), inv);
-    const __mmask8 isG = static_cast<__mmask8>(_mm256_movemask_ps(_mm256_castsi256_ps(in.isG)));
-    const __mmask8 isB = static_cast<__mmask8>(_mm256_movemask_ps(_mm256_castsi256_ps(in.isB)));
-    __m512d h = _mm512_sub_pd(bc, gc);
-    h = _mm512_mask_blend_pd(isG, h, _mm512_sub_pd(_mm512_add_pd(_mm512_set1_pd(2.0), rc), bc));
-    h = _mm512_mask_blend_pd(isB, h, _mm512_add_pd(_mm512_sub_pd(_mm512_set1_pd(4.0), rc), gc));
+    const __m512d inv = _mm512_div_pd(_mm512_set1_pd(1.0), _mm512_cvtepi32_pd(in.safeDiff));
+    const __m512d h = _mm512_add_pd(
+        _mm512_add_pd(_mm512_cvtepi32_pd(in.offset),
+                      _mm512_mul_pd(_mm512_cvtepi32_pd(in.first), inv)),
+        _mm512_mul_pd(_mm512_cvtepi32_pd(in.second), inv));
     __m512d angle = _mm512_mul_pd(_mm512_mul_pd(h, k255), _mm512_set1_pd(kHsvSixth));
     const __mmask8 negative = _mm512_cmp_pd_mask(angle, _mm512_setzero_pd(), _CMP_LT_OQ);
     angle = _mm512_mask_blend_pd(negative, angle, _mm512_add_pd(angle, k255));
-    storeHsv8(_mm512_cvttpd_epi32(_mm512_add_pd(angle, half)), saturation8(in.safeDiff, in.safeV), in,
-              dst + 3 * x);
+    storeHsv8(_mm512_cvttpd_epi32(_mm512_add_pd(angle, _mm512_set1_pd(kHsvHalf))),
+              saturation8(in.safeDiff, in.safeV), in, dst + 3 * x);
   }
   return x;
 }
