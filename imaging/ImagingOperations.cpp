@@ -1,6 +1,7 @@
 #include "imaging/ImagingOperations.h"
 
 #include <cstddef>
+#include <cstring>
 
 #include "imaging/PixelConstants.h"
 #include "imaging/VectorKernels.h"
@@ -211,8 +212,12 @@ int histogramEvenWith(const unsigned char* src, int srcStep, int width, int heig
     }
   }
 
-  int counts[3][256] = {};
-  for (int y = 0; y < height; ++y) {
+  // The tables only when pixels are left: clearing and summing them costs more than the
+  // kernel's counting on the colour tiles.
+  const bool rest = done < width;
+  int counts[3][256];
+  if (rest) std::memset(counts, 0, sizeof counts);
+  for (int y = 0; rest && y < height; ++y) {
     const unsigned char* s = src + static_cast<ptrdiff_t>(y) * srcStep + 3 * done;
     for (int x = done; x < width; ++x, s += 3) {
       ++counts[0][s[0]];
@@ -225,7 +230,9 @@ int histogramEvenWith(const unsigned char* src, int srcStep, int width, int heig
     for (int k = 0; k + 1 < levelCount[c]; ++k) {
       long long sum = above[c][k] - above[c][k + 1];
       const int to = clampLevel(levels[c][k + 1]);
-      for (int value = clampLevel(levels[c][k]); value < to; ++value) sum += counts[c][value];
+      for (int value = clampLevel(levels[c][k]); rest && value < to; ++value) {
+        sum += counts[c][value];
+      }
       hist[c][k] = static_cast<int>(sum);
     }
   }
