@@ -18,8 +18,8 @@ const int kBinOfType[6] = {5, 0, 1, 2, 3, 4};
 //   1: |a - b + c - d|   2: |a + b - c - d|   3: sqrt(2) |a - d|   4: sqrt(2) |b - c|
 //   5: 2 |a - b - c + d|
 // A later type wins only if strictly greater; the best below the threshold means no edge.
-int classifySums(const int sum[4], double scale, int threshold) {
-  const double a = sum[0] * scale, b = sum[1] * scale, c = sum[2] * scale, d = sum[3] * scale;
+inline int classifySums(int sumA, int sumB, int sumC, int sumD, double scale, int threshold) {
+  const double a = sumA * scale, b = sumB * scale, c = sumC * scale, d = sumD * scale;
   const double root2 = std::sqrt(2.0);
   const double response[6] = {0.0,
                               std::fabs(a - b + c - d),
@@ -36,6 +36,18 @@ int classifySums(const int sum[4], double scale, int threshold) {
     strongest = stronger ? response[type] : strongest;
   }
   return strongest < threshold ? 0 : best;
+}
+
+// classifySums of `count` blocks, whose quadrant sums a, b, c, d are quadrants[0..3][i].
+void classifyLine(const int* const quadrants[4], int count, double scale, int threshold,
+                  int* __restrict kinds) {
+  const int* __restrict a = quadrants[0];
+  const int* __restrict b = quadrants[1];
+  const int* __restrict c = quadrants[2];
+  const int* __restrict d = quadrants[3];
+  for (int i = 0; i < count; ++i) {
+    kinds[i] = classifySums(a[i], b[i], c[i], d[i], scale, threshold);
+  }
 }
 
 // 1 / (n n 0.25), in double, for blocks of side n.
@@ -77,7 +89,7 @@ int CEdgeHistogram::classifyBlock(const unsigned char* block, int stride, int n,
     const int top = r < h ? 0 : 2;
     for (int col = 0; col < n; ++col) sum[top + (col < h ? 0 : 1)] += line[col];
   }
-  return classifySums(sum, blockScale(n), threshold);
+  return classifySums(sum[0], sum[1], sum[2], sum[3], blockScale(n), threshold);
 }
 
 void CEdgeHistogram::scan(const unsigned char* data, int width, int stride, int height, int block,
@@ -104,6 +116,19 @@ void CEdgeHistogram::scan(const unsigned char* data, int width, int stride, int 
     upper = heapSums.data();
   }
   unsigned* lower = upper + covered + 1;
+  // Quadrant sums and types of the blocks of one line, on the stack for the engine's images.
+  const int lineBlocks = static_cast<int>(covered / step);
+  const int kStackBlocks = 256;
+  int stackBlocks[5 * kStackBlocks];
+  std::vector<int> heapBlocks;
+  int* blockData = stackBlocks;
+  if (lineBlocks > kStackBlocks) {
+    heapBlocks.resize(5 * static_cast<size_t>(lineBlocks));
+    blockData = heapBlocks.data();
+  }
+  int* const quadrants[4] = {blockData, blockData + lineBlocks, blockData + 2 * lineBlocks,
+                             blockData + 3 * lineBlocks};
+  int* const kinds = blockData + 4 * lineBlocks;
   unsigned y = 0;
   do {
     const unsigned char* line = data + static_cast<size_t>(y) * static_cast<unsigned>(stride);
@@ -111,18 +136,21 @@ void CEdgeHistogram::scan(const unsigned char* data, int width, int stride, int 
     columnPrefix(line, static_cast<unsigned>(stride), half, covered, upper);
     columnPrefix(line + static_cast<size_t>(half) * static_cast<unsigned>(stride),
                  static_cast<unsigned>(stride), block - half, covered, lower);
-    unsigned x = 0;
-    do {
-      const unsigned middle = x + half, end = x + step;
-      const int sum[4] = {static_cast<int>(upper[middle] - upper[x]),
-                          static_cast<int>(upper[end] - upper[middle]),
-                          static_cast<int>(lower[middle] - lower[x]),
-                          static_cast<int>(lower[end] - lower[middle])};
-      const unsigned cell = 4 * cellRow + (4 * x) / w;
+    // The quadrant sums of the line's blocks are gathered first, so that the classification
+    // runs as a loop without branches over whole arrays, several blocks wide.
+    for (int i = 0; i < lineBlocks; ++i) {
+      const unsigned x = i * step, middle = x + half, end = x + step;
+      quadrants[0][i] = static_cast<int>(upper[middle] - upper[x]);
+      quadrants[1][i] = static_cast<int>(upper[end] - upper[middle]);
+      quadrants[2][i] = static_cast<int>(lower[middle] - lower[x]);
+      quadrants[3][i] = static_cast<int>(lower[end] - lower[middle]);
+    }
+    classifyLine(quadrants, lineBlocks, scale, threshold, kinds);
+    for (int i = 0; i < lineBlocks; ++i) {
+      const unsigned cell = 4 * cellRow + (4 * (i * step)) / w;
       ++blocks[cell];
-      ++types[cell][kBinOfType[classifySums(sum, scale, threshold)]];
-      x += step;
-    } while (x <= w - step);
+      ++types[cell][kBinOfType[kinds[i]]];
+    }
     y += step;
   } while (y <= hgt - step);
 
