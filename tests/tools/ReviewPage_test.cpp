@@ -211,14 +211,16 @@ TEST_F(ReviewPageTest, BrowserShowsTheGroupsAndItsChoicesAreApplied) {
   EXPECT_EQ(result["shown"], 1) << "only the identical copies score below 0.001";
 
   // The first group's ticks were turned over and only it is exported.
+  const fs::path out = dir / "moved";
   const Json& choices = result["exported"];
   ASSERT_TRUE(choices.is_object());
   EXPECT_EQ(choices["groups"], Json::parse(R"([[{"path": )" + Json(kept).dump() +
                                            R"(, "keep": false}, {"path": )" +
                                            Json(hostile).dump() + R"(, "keep": true}]])"));
+  EXPECT_EQ(tool({"dups", library, "--html", page.string(), "--move-to", out.string()}), 2)
+      << "a page is for looking before anything moves";
   const fs::path choicesFile = dir / "choices.json";
   std::ofstream(choicesFile) << choices.dump();
-  const fs::path out = dir / "moved";
   ASSERT_EQ(tool({"dups", library, "--apply", choicesFile.string(), "--move-to", out.string(),
                   "--dry-run"}),
             0);

@@ -235,6 +235,12 @@ int runFind(const SFindOptions& options) {
 }
 
 int runDups(const SDupsOptions& options) {
+  if (!options.html.empty() && !options.moveTo.empty() && !options.dryRun) {
+    // The page is for looking before anything moves; its choices are carried out by --apply.
+    std::fprintf(stderr, "orvane: --html shows what would move: with --move-to, add --dry-run, "
+                         "then carry out the page's choices with --apply\n");
+    return kExitUsage;
+  }
   CPhotoLibrary library(options.library, CPhotoLibrary::Access::kExisting);
   const std::vector<std::string> indexedFolders = library.indexedFolders();
   if (!options.moveTo.empty()) {

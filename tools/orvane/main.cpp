@@ -150,7 +150,8 @@ int main(int argc, char** argv) {
       ->add_option("--html", dups.html,
                    "also write a review page: one self-contained HTML file with thumbnails of "
                    "every group, to look at in a browser offline; it exports the photos you "
-                   "tick to keep as a choices file for --apply")
+                   "tick to keep as a choices file for --apply. With --move-to only together with "
+                   "--dry-run")
       ->type_name("PAGE");
   dupsCommand
       ->add_option("--apply", dups.apply,
