@@ -5,16 +5,18 @@
 #include "imaging/ImagingErrors.h"
 #include "imaging/SFeatureBuffers.h"
 #include "signature/SMetaFrame.h"
-#include "vexl/base_vector.h"
+#include "vexl/base_matrix.h"
 
 namespace {
 
 const unsigned kCuid = 21;
 
-// Appends the first `count` values as a row. The view is only read: AppendVector copies.
-void appendRow(CFeatureObject<float>* feature, const float* values, int count) {
-  feature->AppendVector(
-      BaseVector<float>(const_cast<float*>(values), static_cast<uint32_t>(count)));
+// Makes the first `count` values the feature's only row, as clearing the matrix and appending
+// them would. The storage is kept once it has the row's size, so a run allocates nothing here.
+// The view is only read: Assign copies.
+void setRow(CFeatureObject<float>* feature, const float* values, int count) {
+  feature->m_matrix.Assign(
+      BaseMatrix<float>(const_cast<float*>(values), 1, static_cast<uint32_t>(count)));
 }
 
 }  // namespace
@@ -39,14 +41,10 @@ CSignatureBuilder::CSignatureBuilder() : signData(new CSignDataMulti), sign(new 
 CSignatureBuilder::~CSignatureBuilder() = default;
 
 CAudioSignMulti& CSignatureBuilder::build(const SFeatureBuffers& buffers) {
-  edgFeature->ClearMatrix();
-  appendRow(edgFeature, buffers.edg, SFeatureBuffers::kEdgValues);
-  hueFeature->ClearMatrix();
-  satFeature->ClearMatrix();
-  valFeature->ClearMatrix();
-  appendRow(hueFeature, buffers.hue, SFeatureBuffers::kHueValues);
-  appendRow(satFeature, buffers.sat, SFeatureBuffers::kSatValues);
-  appendRow(valFeature, buffers.val, SFeatureBuffers::kValValues);
+  setRow(edgFeature, buffers.edg, SFeatureBuffers::kEdgValues);
+  setRow(hueFeature, buffers.hue, SFeatureBuffers::kHueValues);
+  setRow(satFeature, buffers.sat, SFeatureBuffers::kSatValues);
+  setRow(valFeature, buffers.val, SFeatureBuffers::kValValues);
   if (!sign->hasData()) throw std::string(kAudioSignNotValid);
   return *sign;
 }
