@@ -298,8 +298,8 @@ def _database_of(streams, weights):
 
 
 def _pairs(weights, first, second=None):
-    """The same-photo pairs within one exported shard, or between two, as
-    (position a, position b, id a, id b, score) with position a below position b."""
+    """The same-photo pairs within one exported shard, or between two, as arrays of
+    position a, position b, id a, id b and score, with position a below position b."""
     parts = [first] if second is None else [first, second]
     positions, ids, streams = ([x for part in parts for x in part[n]] for n in range(3))
     # Keys 1 to `split` are the first shard's photos, in position order.
@@ -323,12 +323,14 @@ def _pairs(weights, first, second=None):
             for a, stream in enumerate(streams[split:], start=split + 1)
             for b, score in db.same_photo(Signature.from_bytes(stream))
         ]
-    pairs = []
-    for a, b, score in found:
-        p, q = positions[a - 1], positions[b - 1]
-        i, j = ids[a - 1], ids[b - 1]
-        pairs.append((p, q, i, j, score) if p < q else (q, p, j, i, score))
-    return pairs
+    # As arrays: a list of hundreds of thousands of tuples costs Dask far more to move.
+    keys = np.array([(a, b) for a, b, _ in found], dtype=np.int64).reshape(-1, 2) - 1
+    positions, ids = np.array(positions, dtype=np.int64), np.array(ids, dtype=np.int32)
+    swap = positions[keys[:, 0]] > positions[keys[:, 1]]
+    first, second = np.where(swap, keys[:, 1], keys[:, 0]), np.where(swap, keys[:, 0], keys[:, 1])
+    # The scores are 32-bit floats: float32 holds them exactly.
+    scores = np.array([score for _, _, score in found], dtype=np.float32)
+    return positions[first], positions[second], ids[first], ids[second], scores
 
 
 # ---------------------------------------------------------------------------------------
@@ -552,14 +554,15 @@ class ShardedDatabase:
             for b in range(a + 1, self.shards):
                 tasks.append(client.submit(_pairs, weights, exports[a], exports[b], pure=False))
         try:
-            found = [pair for task in tasks for pair in task.result()]
+            parts = [task.result() for task in tasks]
         except Exception as error:
             for n in range(self.shards):
                 if self._workers[n] not in client.scheduler_info()["workers"]:
                     raise self._shard_failed(n, error) from error
             raise
-        found.sort(key=lambda pair: (pair[0], pair[1]))
-        return [(i, j, s) for _, _, i, j, s in found]
+        p, q, i, j, scores = (np.concatenate([part[k] for part in parts]) for k in range(5))
+        order = np.lexsort((q, p))
+        return list(zip(i[order].tolist(), j[order].tolist(), scores[order].tolist()))
 
     def _weights(self):
         return [(key, percent) for key in (0, 1) if (percent := self.get_weight(key)) is not None]
