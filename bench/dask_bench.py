@@ -173,10 +173,9 @@ def main():
                 sdb.clear()
                 sdb.add_many([(s, n + 1) for n, s in enumerate(signatures[: args.pairs])])
                 wall, cpu, pairs = timed(client, sdb.duplicate_pairs)
-                engine = "search engine" if hasattr(orvane.Database, "duplicate_pairs") else "same_photo"
-                print(f"duplicate_pairs over {len(sdb)} ({engine}): {len(pairs)} pairs in "
+                print(f"duplicate_pairs over {len(sdb)}: {len(pairs)} pairs in "
                       f"{wall:.1f} s wall, {cpu:.1f} s processor (load {os.getloadavg()[0]:.1f})")
-                if workers == 1 and hasattr(orvane.Database, "duplicate_pairs"):
+                if workers == 1:
                     single = orvane.Database()
                     for n, s in enumerate(signatures[: args.pairs]):
                         single.add(s, n + 1)

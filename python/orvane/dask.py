@@ -304,25 +304,11 @@ def _pairs(weights, first, second=None):
     positions, ids, streams = ([x for part in parts for x in part[n]] for n in range(3))
     # Keys 1 to `split` are the first shard's photos, in position order.
     split = len(first[0])
-    if hasattr(Database, "duplicate_pairs"):  # the search engine, over both shards at once
-        found = _database_of(streams, weights).duplicate_pairs()
-        if second is not None:
-            found = [(a, b, score) for a, b, score in found if (a <= split) != (b <= split)]
-    elif second is None:  # photo by photo; each pair is found from both ends, keep it once
-        db = _database_of(streams, weights)
-        found = [
-            (a, b, score)
-            for a, stream in enumerate(streams, start=1)
-            for b, score in db.same_photo(Signature.from_bytes(stream))
-            if b > a
-        ]
-    else:  # the second shard's photos against the first's
-        db = _database_of(streams[:split], weights)
-        found = [
-            (b, a, score)
-            for a, stream in enumerate(streams[split:], start=split + 1)
-            for b, score in db.same_photo(Signature.from_bytes(stream))
-        ]
+    # The search engine has no query of one set against another: it searches both shards
+    # together, and the pairs within one shard, which that shard's own task finds, are dropped.
+    found = _database_of(streams, weights).duplicate_pairs()
+    if second is not None:
+        found = [(a, b, score) for a, b, score in found if (a <= split) != (b <= split)]
     # As arrays: a list of hundreds of thousands of tuples costs Dask far more to move.
     keys = np.array([(a, b) for a, b, _ in found], dtype=np.int64).reshape(-1, 2) - 1
     positions, ids = np.array(positions, dtype=np.int64), np.array(ids, dtype=np.int32)
@@ -537,7 +523,8 @@ class ShardedDatabase:
 
     def duplicate_pairs(self) -> List[Tuple[int, int, float]]:
         """[(id_a, id_b, score), ...]: every pair of stored photos that count as the same
-        photo, the photo added earlier first, in the order of (position a, position b).
+        photo, the photo stored earlier first, in stored order, as Database.duplicate_pairs
+        answers (and, like it, only with the weights of a new database).
 
         Each shard is compared with itself and with every other shard as separate tasks."""
         for n in self._lost:
