@@ -451,6 +451,8 @@ TEST_F(OrvaneToolTest, LibraryKeepsTheDecodeModeItWasMadeWith) {
   ASSERT_EQ(run("index " + fast + " " + photos.string() + " --fast").status, 0);
   index();
 
+  EXPECT_THAT(run("info " + fast).out, HasSubstr("decoding  fast (index --fast)\n"));
+  EXPECT_THAT(run("info " + library).out, HasSubstr("decoding  full\n"));
   const SRun intoFast = run("index " + fast + " " + photos.string());
   EXPECT_EQ(intoFast.status, 3);
   EXPECT_THAT(intoFast.err, HasSubstr(fast + ": this library was made with --fast; index into it "

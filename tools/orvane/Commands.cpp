@@ -325,6 +325,9 @@ int runInfo(const std::string& libraryFile) {
   CPhotoLibrary library(libraryFile, CPhotoLibrary::Access::kExisting);
   std::printf("library   %s\n", libraryFile.c_str());
   std::printf("photos    %lld\n", static_cast<long long>(library.photoCount()));
+  std::printf("decoding  %s\n", CIndexer::madeWith(library) == DecodeMode::kFast
+                                   ? "fast (index --fast)"
+                                   : "full");
   std::printf("size      %ju bytes\n",
               static_cast<std::uintmax_t>(std::filesystem::file_size(libraryFile)));
   std::printf("version   %s\n", CFIDContainer::getLibraryVersion().c_str());

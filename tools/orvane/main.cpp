@@ -163,7 +163,8 @@ int main(int argc, char** argv) {
       ->excludes("--html", "--any-orientation", "--json", "--keep");
 
   CLI::App* infoCommand =
-      app.add_subcommand("info", "Show the number of photos, the file size and the version.");
+      app.add_subcommand("info", "Show the number of photos, how they were decoded, the file "
+                                 "size and the version.");
   addLibrary(infoCommand);
 
   const auto named = [&argv](CLI::App* command) { return command->get_name() == argv[1]; };
