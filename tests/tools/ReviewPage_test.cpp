@@ -8,11 +8,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 #include <vips/vips8>
 
@@ -122,7 +124,14 @@ class ReviewPageTest : public ::testing::Test {
     dir = pattern;
     fs::create_directories(dir / "photos" / "x<");
   }
-  void TearDown() override { fs::remove_all(dir); }
+  // Chromium's helper processes may still be writing into their profile for a moment.
+  void TearDown() override {
+    std::error_code error;
+    for (int i = 0; i < 50 && (fs::remove_all(dir, error), error); ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    EXPECT_FALSE(error) << error.message();
+  }
 
   int tool(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), ORVANE_TOOL);

@@ -93,8 +93,9 @@ function bytes(n) {
 $('library').textContent = data.library;
 document.title = 'Duplicates of ' + data.library;
 
-// Thumbnails get their source when they come near the window, so that a page of thousands
-// of photos stays responsive.
+// The first thumbnails are shown at once; the others get their source when they come near
+// the window, so that a page of thousands of photos stays responsive.
+let eager = 60;
 const lazy = 'IntersectionObserver' in window ? new IntersectionObserver(entries => {
   for (const entry of entries) {
     if (!entry.isIntersecting) continue;
@@ -144,7 +145,7 @@ const groups = data.groups.map((group, index) => {
       img.width = photo.thumbWidth;
       img.height = photo.thumbHeight;
       img.dataset.src = photo.thumb;
-      if (lazy) lazy.observe(img); else img.src = photo.thumb;
+      if (lazy && --eager < 0) lazy.observe(img); else img.src = photo.thumb;
       thumb.append(img);
       thumb.addEventListener('click', () => show([card]));
     }
