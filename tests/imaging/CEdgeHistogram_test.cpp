@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,32 @@ class EdgeHistogram : public ::testing::Test {
 TEST(CEdgeHistogramRules, BlockSizeAssumesFourByThree) {
   const int sides[][2] = {{256, 6}, {230, 6}, {229, 4}, {154, 4}, {153, 2}, {70, 2}, {1, 2}};
   for (const auto& s : sides) EXPECT_EQ(CEdgeHistogram::blockSize(s[0]), s[1]) << s[0];
+}
+
+// Scans of random bytes at awkward shapes, line steps and block sizes, against digests
+// (FNV-1a of the 96 floats' bytes) taken before the scan's arithmetic was reorganised.
+TEST(CEdgeHistogramRules, ScanKeepsItsBitsOnAwkwardShapes) {
+  const struct {
+    int width, height, stride, block;
+    uint64_t digest;
+  } scans[] = {
+      {37, 23, 37, 4, 0xd849bbe1e3b4a18aull},     {256, 192, 256, 6, 0x6f3479df12081cb2ull},
+      {70, 527, 70, 2, 0x0d1df7ecea899dceull},    {255, 5, 255, 4, 0xc651183b060353abull},
+      {100, 100, 103, 10, 0x4be5794364366a79ull}, {17, 33, 17, 16, 0xb8392daa65cff375ull}};
+  for (const auto& s : scans) {
+    std::vector<unsigned char> pixels(static_cast<size_t>(s.stride) * s.height);
+    uint32_t seed = static_cast<uint32_t>(s.width * 131 + s.height);
+    for (unsigned char& p : pixels) {
+      seed = seed * 1664525u + 1013904223u;
+      p = static_cast<unsigned char>(seed >> 24);
+    }
+    float bins[96];
+    CEdgeHistogram::scan(pixels.data(), s.width, s.stride, s.height, s.block, 11, bins);
+    uint64_t digest = 14695981039346656037ull;
+    const unsigned char* bytes = reinterpret_cast<const unsigned char*>(bins);
+    for (size_t i = 0; i < sizeof bins; ++i) digest = (digest ^ bytes[i]) * 1099511628211ull;
+    EXPECT_EQ(digest, s.digest) << s.width << "x" << s.height << " block " << s.block;
+  }
 }
 
 // Blocks of 2x2 (the quadrant means are the pixels) and 4x4, written as lines of pixels.
