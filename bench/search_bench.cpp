@@ -13,11 +13,14 @@
 // ukui-wallpapers: bench/search_bench.sh installs them), extracted by the library. Every 33rd photo
 // also has a planted duplicate: the same picture resized, re-encoded as a JPEG of low quality
 // and cropped by 1 to 3 % per side. Past the first 100,000 (or --extracted E), photos are
-// derived from extracted ones by moving mass between neighbouring histogram bins of every tile and scaling edge
-// strengths (at least 0.07 from their origin in most cases; the run says how many are not).
+// derived from extracted ones: each tile (its edges, or its hue, saturation and value) taken
+// from one of two extracted photos, then mass moved between neighbouring histogram bins of
+// every tile and edge strengths scaled (the run says how many derived photos still count as
+// the same photo as an extracted one).
 // The extracted signatures are kept in $TMPDIR/orvane-search-bench for later runs.
 //
 // Usage: search_bench [--photos N] [--extracted E] [--jobs J] [--queries Q] [--skip-dups]
+//                     [--skip-find]
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -211,25 +214,30 @@ std::vector<SPhoto> extractedPhotos(size_t count, unsigned jobs) {
   return photos;
 }
 
-// A photo derived from `base`: in every colour tile, mass moves between neighbouring bins
-// (a share of the smaller of the two, up to `amount`, either way); edge strengths scale by up
-// to +-amount.
-void derive(const SPhoto& base, float amount, std::mt19937& random, SPhoto& out) {
+// A photo derived from two: each edge tile and each colour tile from `first` or `second`,
+// then, in every colour tile, mass moved between neighbouring bins (a share of the smaller of
+// the two, up to `amount`, either way) and edge strengths scaled by up to +-amount.
+void derive(const SPhoto& first, const SPhoto& second, float amount, std::mt19937& random,
+            SPhoto& out) {
   std::uniform_real_distribution<float> share(-amount, amount);
-  std::copy_n(base.tiles, kTileFloats, out.tiles);
   out.duplicateOf = UINT32_MAX;
-  for (size_t i = 0; i < 96; ++i) out.tiles[i] *= 1.0f + share(random);
+  for (size_t tile = 0; tile < 16; ++tile) {
+    const SPhoto& from = random() % 2 ? first : second;
+    for (size_t i = tile * 6; i < tile * 6 + 6; ++i) out.tiles[i] = from.tiles[i] * (1.0f + share(random));
+  }
   const size_t bins[] = {16, 4, 4};
-  size_t at = 96;
-  for (size_t f = 0; f < 3; ++f) {
-    for (size_t tile = 0; tile < 9; ++tile, at += bins[f]) {
+  for (size_t tile = 0; tile < 9; ++tile) {
+    const SPhoto& from = random() % 2 ? first : second;
+    size_t at = 96;
+    for (size_t f = 0; f < 3; ++f) {
+      float* t = out.tiles + at + tile * bins[f];
+      std::copy_n(from.tiles + at + tile * bins[f], bins[f], t);
       for (size_t b = 0; b + 1 < bins[f]; ++b) {
-        float& left = out.tiles[at + b];
-        float& right = out.tiles[at + b + 1];
-        const float moved = share(random) * std::min(left, right);
-        left -= moved;
-        right += moved;
+        const float moved = share(random) * std::min(t[b], t[b + 1]);
+        t[b] -= moved;
+        t[b + 1] += moved;
       }
+      at += 9 * bins[f];
     }
   }
 }
@@ -256,6 +264,7 @@ int main(int argc, char** argv) {
   unsigned jobs = 2;
   size_t queries = 100;
   bool dups = true;
+  bool find = true;
   for (int a = 1; a < argc; ++a) {
     const std::string arg = argv[a];
     if (arg == "--photos" && a + 1 < argc) count = std::strtoul(argv[++a], nullptr, 10);
@@ -263,9 +272,10 @@ int main(int argc, char** argv) {
     else if (arg == "--jobs" && a + 1 < argc) jobs = std::strtoul(argv[++a], nullptr, 10);
     else if (arg == "--queries" && a + 1 < argc) queries = std::strtoul(argv[++a], nullptr, 10);
     else if (arg == "--skip-dups") dups = false;
+    else if (arg == "--skip-find") find = false;
     else {
       std::fprintf(stderr, "usage: search_bench [--photos N] [--extracted E] [--jobs J] [--queries Q] "
-                           "[--skip-dups]\n");
+                           "[--skip-dups] [--skip-find]\n");
       return 2;
     }
   }
@@ -279,7 +289,9 @@ int main(int argc, char** argv) {
     std::mt19937 random(2027);
     const size_t base = photos.size();
     photos.resize(count);
-    for (size_t i = base; i < count; ++i) derive(photos[random() % base], 0.5f, random, photos[i]);
+    for (size_t i = base; i < count; ++i) {
+      derive(photos[random() % base], photos[random() % base], 0.3f, random, photos[i]);
+    }
   }
   size_t planted = 0;
   for (const SPhoto& p : photos) planted += p.duplicateOf != UINT32_MAX;
@@ -303,7 +315,16 @@ int main(int argc, char** argv) {
     CSearchEngine engine(CPhotoVectors(vectors), jobs);
     const double built = seconds(start);
     uint64_t scored = 0;
-    const std::vector<SPhotoPair> pairs = engine.samePhotoPairs(nullptr, &scored);
+    Clock::time_point lastNote = Clock::now();
+    const std::vector<SPhotoPair> pairs = engine.samePhotoPairs(
+        [&](size_t done, size_t total) {
+          if (seconds(lastNote) < 60) return;
+          lastNote = Clock::now();
+          std::printf("  dups: %zu of %zu photos after %.0f s (%s)\n", done, total,
+                      seconds(start), load().c_str());
+          std::fflush(stdout);
+        },
+        &scored);
     const double wall = seconds(start);
     const double all = 0.5 * static_cast<double>(count) * static_cast<double>(count - 1);
     std::set<std::pair<uint32_t, uint32_t>> found;
@@ -322,6 +343,7 @@ int main(int argc, char** argv) {
                 engine.bytesPerPhoto(), peakKilobytes() * 1024.0 / count);
   }
 
+  if (!find) return 0;
   // The library file: one row per photo (a real signature stream as its blob) and the cache.
   const fs::path file = workFolder() / ("library-" + std::to_string(count) + ".orvane");
   if (!fs::exists(file)) {
@@ -356,7 +378,8 @@ int main(int argc, char** argv) {
     double same = 0, nearest = 0, worst = 0;
     for (size_t q = 0; q < queries; ++q) {
       SPhoto query;
-      derive(photos[random() % std::min(count, extracted)], 0.1f, random, query);
+      const SPhoto& origin = photos[random() % std::min(count, extracted)];
+      derive(origin, origin, 0.1f, random, query);
       const CPhotoVectors one = vectorsOf(std::vector<SPhoto>(1, query));
       Clock::time_point t = Clock::now();
       engine.samePhoto(one, 0);

@@ -90,6 +90,17 @@ void CPhotoVectors::addVectors(size_t count, const uint32_t* photoIds,
   }
 }
 
+std::vector<float*> CPhotoVectors::addSpace(size_t count, const uint32_t* photoIds) {
+  const size_t first = ids.size();
+  ids.insert(ids.end(), photoIds, photoIds + count);
+  std::vector<float*> space;
+  for (size_t g = 0; g < data.size(); ++g) {
+    data[g].resize(data[g].size() + count * lengths[g]);
+    space.push_back(data[g].data() + first * lengths[g]);
+  }
+  return space;
+}
+
 void CPhotoVectors::addAll(const CPhotoVectors& other) {
   ids.insert(ids.end(), other.ids.begin(), other.ids.end());
   for (size_t g = 0; g < data.size(); ++g) {

@@ -49,6 +49,10 @@ class CPhotoVectors {
   // group g one after another.
   void addVectors(size_t count, const uint32_t* photoIds, const float* const* groupVectors);
 
+  // Appends `count` photos under photoIds with vectors of zeros, and returns where the vectors
+  // of each group begin, for the caller to fill.
+  std::vector<float*> addSpace(size_t count, const uint32_t* photoIds);
+
   // Appends every photo of `other`.
   void addAll(const CPhotoVectors& other);
 

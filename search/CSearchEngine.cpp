@@ -7,6 +7,7 @@
 #include <cmath>
 #include <exception>
 #include <mutex>
+#include <queue>
 #include <thread>
 
 #include "database/CFeatureGroup.h"
@@ -22,7 +23,7 @@ constexpr size_t kScoreChunk = 64;
 constexpr size_t kBlockRows = 64;
 constexpr size_t kTileRows = 512;
 // Photos sampled to choose the key.
-constexpr size_t kKeySample = 50000;
+constexpr size_t kKeySample = 10000;
 
 const float kRankedNan = [] {
   const uint32_t bits = 0x7fffffffu;
@@ -317,51 +318,60 @@ std::vector<SPhotoMatch> CSearchEngine::samePhoto(const CPhotoVectors& queries,
   return same;
 }
 
-// Scores first the photos of lowest bound, then every photo whose bound does not rule it out
-// against the n-th best score found so far; a photo left out scores above that, so above the
-// final n-th too.
+// Scores the photos in order of their bound, a batch at a time, and stops at the first photo
+// whose bound rules it out against the n-th best score so far: it and every photo after it
+// score above that, so above the final n-th too.
 std::vector<SPhotoMatch> CSearchEngine::nearest(const CPhotoVectors& queries, size_t query,
                                                 size_t n) const {
   n = std::min(n, vectors.size());
   if (n == 0) return {};
   float row[kDims];
   const bool boundable = embedding.embed(queries, query, row) <= CBoundEmbedding::kMaxMass;
-  std::vector<uint32_t> first(unbounded);
-  std::vector<size_t> rest;  // rows not scored yet
-  std::vector<float> bound(keys.size());
-  if (boundable) {
-    embedding.distances(row, rows.data(), keys.size(), embedding.modeFactors(1), bound.data());
-    rest.resize(keys.size());
-    for (size_t r = 0; r < rest.size(); ++r) rest[r] = r;
-    const size_t early = std::min(rest.size(), std::max<size_t>(4 * n, 256));
-    std::nth_element(rest.begin(), rest.begin() + early, rest.end(),
-                     [&bound](size_t a, size_t b) { return bound[a] < bound[b]; });
-    for (size_t k = 0; k < early; ++k) first.push_back(order[rest[k]]);
-    rest.erase(rest.begin(), rest.begin() + early);
-  } else {
-    first.insert(first.end(), order.begin(), order.end());
-  }
-  const auto scoreAll = [&](const std::vector<uint32_t>& positions,
-                            std::vector<SPhotoMatch>& into) {
-    std::vector<float> scores(positions.size());
-    score(queries, query, positions.data(), positions.size(), 1, scores.data());
-    for (size_t k = 0; k < positions.size(); ++k) into.push_back({positions[k], scores[k]});
-  };
   std::vector<SPhotoMatch> scored;
-  scoreAll(first, scored);
-  if (!rest.empty()) {
-    std::vector<SPhotoMatch> best(scored);
-    double nth = INFINITY;
-    if (best.size() >= n) {
-      std::nth_element(best.begin(), best.begin() + (n - 1), best.end(), ranksBefore);
-      nth = best[n - 1].score;
+  // The best n so far; the top is the n-th.
+  std::priority_queue<SPhotoMatch, std::vector<SPhotoMatch>, decltype(&ranksBefore)> best(
+      ranksBefore);
+  const auto scoreAll = [&](const uint32_t* positions, size_t count) {
+    std::vector<float> scores(count);
+    score(queries, query, positions, count, 1, scores.data());
+    for (size_t k = 0; k < count; ++k) {
+      const SPhotoMatch match{positions[k], scores[k]};
+      scored.push_back(match);
+      best.push(match);
+      if (best.size() > n) best.pop();
     }
-    std::vector<uint32_t> more;
-    const double limit = std::isnan(nth) ? INFINITY : CBoundEmbedding::limit(nth);
-    for (size_t r : rest) {
-      if (!(bound[r] > limit)) more.push_back(order[r]);
+  };
+  scoreAll(unbounded.data(), unbounded.size());
+  if (!boundable) {
+    scoreAll(order.data(), order.size());
+  } else {
+    std::vector<float> bound(keys.size());
+    embedding.distances(row, rows.data(), keys.size(), embedding.modeFactors(1), bound.data());
+    const auto limit = [&best, n] {
+      const double nth = best.size() < n ? INFINITY : best.top().score;
+      return std::isnan(nth) ? INFINITY : CBoundEmbedding::limit(nth);
+    };
+    // The lowest bounds first, to find a first n-th score; then only rows it does not rule
+    // out, sorted by bound.
+    std::vector<uint32_t> byBound(keys.size());
+    for (size_t r = 0; r < byBound.size(); ++r) byBound[r] = static_cast<uint32_t>(r);
+    const auto lower = [&bound](uint32_t a, uint32_t b) { return bound[a] < bound[b]; };
+    const size_t early = std::min(byBound.size(), std::max<size_t>(2 * n, kScoreChunk));
+    std::nth_element(byBound.begin(), byBound.begin() + early, byBound.end(), lower);
+    std::vector<uint32_t> batch;
+    for (size_t k = 0; k < early; ++k) batch.push_back(order[byBound[k]]);
+    scoreAll(batch.data(), batch.size());
+    const double first = limit();
+    std::vector<uint32_t> rest;
+    for (size_t k = early; k < byBound.size(); ++k) {
+      if (!(bound[byBound[k]] > first)) rest.push_back(byBound[k]);
     }
-    scoreAll(more, scored);
+    std::sort(rest.begin(), rest.end(), lower);
+    for (size_t k = 0; k < rest.size() && !(bound[rest[k]] > limit());) {
+      batch.clear();
+      for (; k < rest.size() && batch.size() < kScoreChunk; ++k) batch.push_back(order[rest[k]]);
+      scoreAll(batch.data(), batch.size());
+    }
   }
   const size_t keep = std::min(n, scored.size());
   std::partial_sort(scored.begin(), scored.begin() + keep, scored.end(), ranksBefore);

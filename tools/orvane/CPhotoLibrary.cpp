@@ -449,60 +449,90 @@ void CPhotoLibrary::storeVectors(const CPhotoVectors& vectors) {
   commit();
 }
 
-// Chunks come in id order, so the vectors do too. A chunk that does not add up (only a
-// damaged file has one) is built again from the signatures, and so is one that a writer
-// dropped since the refresh.
+// Chunks come in id order, so the vectors do too. The triggers drop a chunk whenever a photo
+// of its range changes, so the cache is whole when its chunks hold as many photos (read or
+// unreadable) as the library has; each chunk is then read straight into the vectors. A chunk
+// that does not add up (only a damaged file has one) is built again from the signatures, and so
+// is everything when the cache stays short (another writer between the refresh and the read).
 CPhotoVectors CPhotoLibrary::loadVectors(
     std::vector<std::pair<SStoredPhoto, std::string>>* unreadable) {
-  if (!staleChunks().empty()) refreshCache();
-  execute("BEGIN");  // one snapshot for the chunks and the photos
+  bool whole = false;
+  for (int attempt = 0; attempt < 2 && !whole; ++attempt) {
+    if (attempt > 0) {
+      commit();
+      refreshCache();
+    }
+    execute("BEGIN");  // one snapshot for the chunks and the photos
+    Statement cached(db, fileName,
+                     "SELECT coalesce(sum(length(ids) + length(unreadable)), 0) FROM vectors");
+    cached.step();
+    whole = hostIsLittleEndian() &&
+            cached.integer(0) == photoCount() * std::int64_t{sizeof(std::uint32_t)};
+  }
   CPhotoVectors vectors;
   vectors.reserve(static_cast<size_t>(photoCount()));
-  Statement needed(db, fileName, "SELECT DISTINCT id >> 12 FROM photo ORDER BY 1");
-  Statement stored(db, fileName,
-                   "SELECT chunk, ids, data, unreadable FROM vectors ORDER BY chunk");
-  bool more = hostIsLittleEndian() && stored.step();
-  const size_t photoBytes = CPhotoVectors::photoFloats() * sizeof(float);
-  while (needed.step()) {
-    const std::int64_t chunk = needed.integer(0);
-    while (more && stored.integer(0) < chunk) more = stored.step();
-    bool read = false;
-    if (more && stored.integer(0) == chunk) {
-      const auto [idBytes, idSize] = stored.blob(1);
-      const auto [data, dataSize] = stored.blob(2);
-      const size_t count = idSize / sizeof(std::uint32_t);
-      std::vector<std::uint32_t> ids(count);
-      if (count > 0) std::memcpy(ids.data(), idBytes, idSize);
-      read = idSize % sizeof(std::uint32_t) == 0 && dataSize == count * photoBytes &&
-             std::all_of(ids.begin(), ids.end(), [chunk](std::uint32_t id) {
-               return id != 0 && std::int64_t{id} >> kChunkShift == chunk;
-             });
-      if (read && count > 0) {
-        std::vector<const float*> groups;
-        size_t offset = 0;
-        for (size_t g = 0; g < CPhotoVectors::groupCount(); ++g) {
-          groups.push_back(reinterpret_cast<const float*>(data + offset));
-          offset += count * CPhotoVectors::vectorLength(g) * sizeof(float);
-        }
-        vectors.addVectors(count, ids.data(), groups.data());
-      }
-      if (read && unreadable != nullptr) {
-        const auto [skipped, skippedSize] = stored.blob(3);
-        for (size_t k = 0; k + sizeof(std::uint32_t) <= skippedSize; k += sizeof(std::uint32_t)) {
-          std::uint32_t id;
-          std::memcpy(&id, skipped + k, sizeof id);
-          unreadable->push_back({photoOf(id), "signature cannot be read"});
-        }
-      }
+  const auto build = [&](std::int64_t chunk) {
+    SChunk built = buildChunk(chunk);
+    vectors.addAll(built.vectors);
+    if (unreadable != nullptr) {
+      for (auto& photo : built.unreadable) unreadable->push_back(std::move(photo));
     }
-    if (!read) {
-      SChunk built = buildChunk(chunk);
-      vectors.addAll(built.vectors);
-      if (unreadable != nullptr) {
-        for (auto& photo : built.unreadable) unreadable->push_back(std::move(photo));
-      }
-    }
+  };
+  if (!whole) {
+    Statement needed(db, fileName, "SELECT DISTINCT id >> 12 FROM photo ORDER BY 1");
+    while (needed.step()) build(needed.integer(0));
+    commit();
+    return vectors;
   }
+  Statement stored(db, fileName,
+                   "SELECT chunk, ids, unreadable, length(data) FROM vectors ORDER BY chunk");
+  sqlite3_blob* data = nullptr;
+  const std::int64_t photoBytes = CPhotoVectors::photoFloats() * sizeof(float);
+  try {
+    while (stored.step()) {
+      const std::int64_t chunk = stored.integer(0);
+      const auto [idBytes, idSize] = stored.blob(1);
+      std::vector<std::uint32_t> ids(idSize / sizeof(std::uint32_t));
+      if (!ids.empty()) std::memcpy(ids.data(), idBytes, ids.size() * sizeof(std::uint32_t));
+      const bool valid =
+          idSize % sizeof(std::uint32_t) == 0 &&
+          stored.integer(3) == static_cast<std::int64_t>(ids.size()) * photoBytes &&
+          std::all_of(ids.begin(), ids.end(), [chunk](std::uint32_t id) {
+            return id != 0 && std::int64_t{id} >> kChunkShift == chunk;
+          });
+      if (!valid) {
+        build(chunk);
+        continue;
+      }
+      if (!ids.empty()) {
+        const std::vector<float*> space = vectors.addSpace(ids.size(), ids.data());
+        const int opened = data == nullptr
+                               ? sqlite3_blob_open(db, "main", "vectors", "data", chunk, 0, &data)
+                               : sqlite3_blob_reopen(data, chunk);
+        if (opened != SQLITE_OK) fail(sqlite3_errmsg(db));
+        int offset = 0;
+        for (size_t g = 0; g < space.size(); ++g) {
+          const int bytes =
+              static_cast<int>(ids.size() * CPhotoVectors::vectorLength(g) * sizeof(float));
+          if (sqlite3_blob_read(data, space[g], bytes, offset) != SQLITE_OK) {
+            fail(sqlite3_errmsg(db));
+          }
+          offset += bytes;
+        }
+      }
+      const auto [skipped, skippedSize] = stored.blob(2);
+      for (size_t k = 0; unreadable != nullptr && k + sizeof(std::uint32_t) <= skippedSize;
+           k += sizeof(std::uint32_t)) {
+        std::uint32_t id;
+        std::memcpy(&id, skipped + k, sizeof id);
+        unreadable->push_back({photoOf(id), "signature cannot be read"});
+      }
+    }
+  } catch (...) {
+    sqlite3_blob_close(data);
+    throw;
+  }
+  sqlite3_blob_close(data);
   commit();
   return vectors;
 }
