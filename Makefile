@@ -24,7 +24,7 @@ build: deps $(BUILD)/build.ninja
 # Sanitizer build: clang with ASan+UBSan, tests and libFuzzer targets.
 $(ASAN_BUILD)/build.ninja: | deps
 	cmake -S . -B $(ASAN_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
-	  -DORVANE_BUILD_TESTS=ON -DORVANE_SANITIZE=ON -DORVANE_BUILD_FUZZ=ON -DORVANE_BUILD_TOOLS=OFF
+	  -DORVANE_BUILD_TESTS=ON -DORVANE_SANITIZE=ON -DORVANE_BUILD_FUZZ=ON -DORVANE_BUILD_TOOLS=ON
 
 test-normal: build
 	ctest --test-dir $(BUILD) $(CTEST_FLAGS)

@@ -22,7 +22,7 @@ SBgrPhoto fromVips(const vips::VImage& image) {
 TEST(OrientationTest, EachOrientationAsLibvipsMakesItAndBackAgain) {
   ASSERT_EQ(VIPS_INIT("orientation_test"), 0);
   const VipsAngle turns[] = {VIPS_ANGLE_D0, VIPS_ANGLE_D90, VIPS_ANGLE_D180, VIPS_ANGLE_D270};
-  for (const auto [width, height] : {std::pair{5, 3}, {1, 4}, {4, 1}, {1, 1}, {17, 33}}) {
+  for (const auto& [width, height] : {std::pair{5, 3}, {1, 4}, {4, 1}, {1, 1}, {17, 33}}) {
     const vips::VImage xy = vips::VImage::xyz(width, height);
     const vips::VImage image =
         (xy[0] * 13 + xy[1] * 7).bandjoin(xy[1] * 5).bandjoin(xy[0] * 3).cast(VIPS_FORMAT_UCHAR);
