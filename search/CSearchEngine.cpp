@@ -42,6 +42,10 @@ bool ranksBefore(const SPhotoMatch& a, const SPhotoMatch& b) {
   return a.position < b.position;
 }
 
+bool byPositions(const SPhotoPair& a, const SPhotoPair& b) {
+  return a.first != b.first ? a.first < b.first : a.second < b.second;
+}
+
 bool isSame(float score) {
   return static_cast<double>(score) <= CSearchEngine::kSamePhotoThreshold;
 }
@@ -285,9 +289,21 @@ std::vector<SPhotoPair> CSearchEngine::samePhotoPairs(const Progress& progress,
       },
       progress);
   if (scoredPairs != nullptr) *scoredPairs = scored.load();
-  std::sort(pairs.begin(), pairs.end(), [](const SPhotoPair& a, const SPhotoPair& b) {
-    return a.first != b.first ? a.first < b.first : a.second < b.second;
-  });
+  std::sort(pairs.begin(), pairs.end(), byPositions);
+  return pairs;
+}
+
+std::vector<SPhotoPair> CSearchEngine::samePhotoPairs(const CPhotoVectors& queries) const {
+  std::vector<SPhotoPair> pairs = runParallel(
+      threads, queries.size(), queries.size(),
+      [this, &queries](size_t query, std::vector<SPhotoPair>& out) -> size_t {
+        for (const SPhotoMatch& match : samePhoto(queries, query)) {
+          out.push_back({static_cast<uint32_t>(query), match.position, match.score});
+        }
+        return 1;
+      },
+      nullptr);
+  std::sort(pairs.begin(), pairs.end(), byPositions);
   return pairs;
 }
 

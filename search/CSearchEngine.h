@@ -22,7 +22,7 @@
 #include "search/CBoundEmbedding.h"
 #include "search/CPhotoVectors.h"
 
-// Two photos by position, first < second, and their score.
+// Two photos by position, first < second within one set, and their score.
 struct SPhotoPair {
   uint32_t first;
   uint32_t second;
@@ -58,6 +58,11 @@ class CSearchEngine {
   // scoredPairs, when given, receives the number of pairs that the bounds left to be scored.
   std::vector<SPhotoPair> samePhotoPairs(const Progress& progress = nullptr,
                                          uint64_t* scoredPairs = nullptr) const;
+
+  // Every pair of a photo of `queries` (first: its position there) and a photo of the engine
+  // (second) with a mode-0 score at most 0.07, the query scored as classify's query, by
+  // first, then second position. On `threads` threads of its own.
+  std::vector<SPhotoPair> samePhotoPairs(const CPhotoVectors& queries) const;
 
   // The photos with a mode-0 score at most 0.07 against photo `query` of `queries`, lowest
   // score first, equal scores by position: classify's mode-0 answer.

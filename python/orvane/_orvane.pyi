@@ -77,9 +77,11 @@ class Database:
         """Writes the database stream to a path or a binary file object."""
     def load(self, source: Union[_Path, _Readable, BinaryIO]) -> None:
         """Reads a database stream; the weights become those of a new Database."""
-    def duplicate_pairs(self) -> list[tuple[int, int, float]]:
+    def duplicate_pairs(self, other: Optional[Database] = None) -> list[tuple[int, int, float]]:
         """Every pair of stored photos that count as the same photo (score <= 0.07).
 
         (id_a, id_b, score), id_a stored before id_b, in stored order; exact, through the
-        search engine, on all cores. Needs the weights of a new Database.
+        search engine, on all cores. With other: the pairs of a photo here (id_a, scored as
+        the query) and one of other (id_b), by position here, then there. Needs the weights
+        of a new Database on both.
         """

@@ -301,14 +301,14 @@ def _pairs(weights, first, second=None):
     """The same-photo pairs within one exported shard, or between two, as arrays of
     position a, position b, id a, id b and score, with position a below position b."""
     parts = [first] if second is None else [first, second]
-    positions, ids, streams = ([x for part in parts for x in part[n]] for n in range(3))
-    # Keys 1 to `split` are the first shard's photos, in position order.
+    positions, ids = ([x for part in parts for x in part[n]] for n in range(2))
+    # Keys 1 to `split` are the first shard's photos, in position order; then the second's.
     split = len(first[0])
-    # The search engine has no query of one set against another: it searches both shards
-    # together, and the pairs within one shard, which that shard's own task finds, are dropped.
-    found = _database_of(streams, weights).duplicate_pairs()
-    if second is not None:
-        found = [(a, b, score) for a, b, score in found if (a <= split) != (b <= split)]
+    if second is None:
+        found = _database_of(first[2], weights).duplicate_pairs()
+    else:
+        found = _database_of(first[2], weights).duplicate_pairs(_database_of(second[2], weights))
+        found = [(a, b + split, score) for a, b, score in found]
     # As arrays: a list of hundreds of thousands of tuples costs Dask far more to move.
     keys = np.array([(a, b) for a, b, _ in found], dtype=np.int64).reshape(-1, 2) - 1
     positions, ids = np.array(positions, dtype=np.int64), np.array(ids, dtype=np.int32)

@@ -11,9 +11,9 @@
 
 namespace {
 constexpr char kMessageTag[] = "ORV1";
-}  // namespace
 
-std::vector<std::tuple<int, int, float>> duplicatePairs(CFIDDatabase& database, unsigned threads) {
+// The database's photos as the engine reads them, through its own stream.
+CPhotoVectors photosOf(CFIDDatabase& database) {
   std::stringstream stream;
   database.save(stream);
   // The exported database keeps its store to itself; a store of our own reads its stream.
@@ -41,13 +41,31 @@ std::vector<std::tuple<int, int, float>> duplicatePairs(CFIDDatabase& database, 
     const uint32_t id = store.groups[0].items[i].idLow;
     photos.addVectors(1, &id, rows.data());
   }
-  store.clearAll();
+  return photos;
+}
 
-  const CSearchEngine engine(std::move(photos), threads);
+std::vector<std::tuple<int, int, float>> idsOf(const std::vector<SPhotoPair>& found,
+                                               const CPhotoVectors& first,
+                                               const CPhotoVectors& second) {
   std::vector<std::tuple<int, int, float>> pairs;
-  for (const SPhotoPair& pair : engine.samePhotoPairs()) {
-    pairs.emplace_back(static_cast<int>(engine.photos().id(pair.first)),
-                       static_cast<int>(engine.photos().id(pair.second)), pair.score);
+  pairs.reserve(found.size());
+  for (const SPhotoPair& pair : found) {
+    pairs.emplace_back(static_cast<int>(first.id(pair.first)),
+                       static_cast<int>(second.id(pair.second)), pair.score);
   }
   return pairs;
+}
+
+}  // namespace
+
+std::vector<std::tuple<int, int, float>> duplicatePairs(CFIDDatabase& database, unsigned threads) {
+  const CSearchEngine engine(photosOf(database), threads);
+  return idsOf(engine.samePhotoPairs(), engine.photos(), engine.photos());
+}
+
+std::vector<std::tuple<int, int, float>> duplicatePairs(CFIDDatabase& queries,
+                                                        CFIDDatabase& stored, unsigned threads) {
+  const CPhotoVectors photos = photosOf(queries);
+  const CSearchEngine engine(photosOf(stored), threads);
+  return idsOf(engine.samePhotoPairs(photos), photos, engine.photos());
 }

@@ -17,4 +17,11 @@
 // REQUIRES: threads > 0.
 std::vector<std::tuple<int, int, float>> duplicatePairs(CFIDDatabase& database, unsigned threads);
 
+// (id in `queries`, id in `stored`, score) for every photo of `queries` and photo of `stored`
+// with a mode-0 score at most 0.07, the first scored as classify's query against the second
+// stored in a new database; by position in `queries`, then in `stored`.
+// REQUIRES: threads > 0.
+std::vector<std::tuple<int, int, float>> duplicatePairs(CFIDDatabase& queries,
+                                                        CFIDDatabase& stored, unsigned threads);
+
 #endif  // ORVANE_PYTHON_SRC_DUPLICATEPAIRS_H_

@@ -256,15 +256,30 @@ void load(Database& self, const py::handle& source) {
 
 // The search engine scores as a new database does; other weights would give pairs that
 // disagree with same_photo.
-std::vector<std::tuple<int, int, float>> samePhotoPairs(Database& self) {
-  CExclusiveUse::Claim claim(self.use);
-  if (weightsOf(self.database) != newDatabaseWeights()) {
+void requireNewWeights(Database& database) {
+  if (weightsOf(database.database) != newDatabaseWeights()) {
     throw py::value_error(
         "Database.duplicate_pairs scores with the weights of a new Database; set them back "
         "with set_weight, or ask same_photo photo by photo");
   }
+}
+
+std::vector<std::tuple<int, int, float>> samePhotoPairs(Database& self, Database* other) {
+  const unsigned threads = std::max(1u, std::thread::hardware_concurrency());
+  CExclusiveUse::Claim claim(self.use);
+  requireNewWeights(self);
+  if (other == nullptr) {
+    py::gil_scoped_release release;
+    return duplicatePairs(self.database, threads);
+  }
+  // A database against itself: one claim, both sides read the same photos.
+  std::optional<CExclusiveUse::Claim> otherClaim;
+  if (other != &self) {
+    otherClaim.emplace(other->use);
+    requireNewWeights(*other);
+  }
   py::gil_scoped_release release;
-  return duplicatePairs(self.database, std::max(1u, std::thread::hardware_concurrency()));
+  return duplicatePairs(self.database, other->database, threads);
 }
 
 }  // namespace
@@ -393,10 +408,12 @@ PYBIND11_MODULE(_orvane, m) {
             return percent;
           },
           py::arg("key"), "The weight of key in percent; None for a key without a weight.")
-      .def("duplicate_pairs", &samePhotoPairs,
+      .def("duplicate_pairs", &samePhotoPairs, py::arg("other") = py::none(),
            "[(id_a, id_b, score), ...]: every pair of stored photos that count as the same "
            "photo (score at most 0.07), id_a stored before id_b, in stored order; on all "
-           "cores. Needs the weights of a new Database.")
+           "cores. With other, the pairs of a photo of this database (id_a, the query) and "
+           "one of other (id_b), by position here, then there. Needs the weights of a new "
+           "Database on both.")
       .def("save", &save, py::arg("target"),
            "Writes the database stream to a path or a binary file object.")
       .def("load", &load, py::arg("source"),

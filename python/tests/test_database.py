@@ -125,13 +125,19 @@ def test_save_load_round_trips(database, signatures, tmp_path, medium):
     assert answers(copy, query) == before and len(copy) == len(database)
 
 
-def test_duplicate_pairs_equal_classify_photo_by_photo(signatures):
-    # Photos, brighter copies and crops, stored interleaved: pairs near the threshold.
+@pytest.fixture(scope="module")
+def near_threshold():
+    """Photos, brighter copies and crops as (id, signature), interleaved: pairs near the
+    threshold; ids ascend."""
     extractor = orvane.Extractor()
     images = []
     for p in PHOTOS[:5]:
         images += [p, brighter(p), p[6:, 4:], brighter(brighter(p))[10:, :-12]]
-    stored = [(100 + i, extractor.extract(image)) for i, image in enumerate(images)]
+    return [(100 + i, extractor.extract(image)) for i, image in enumerate(images)]
+
+
+def test_duplicate_pairs_equal_classify_photo_by_photo(near_threshold):
+    stored = near_threshold
     database = orvane.Database()
     for id, sig in stored:
         database.add(sig, id)
@@ -147,3 +153,20 @@ def test_duplicate_pairs_equal_classify_photo_by_photo(signatures):
     database.set_weight(0, 60.0)
     with pytest.raises(ValueError, match="weights of a new Database"):
         database.duplicate_pairs()
+
+
+def test_duplicate_pairs_across_two_databases_equal_classify(near_threshold):
+    queries, others = orvane.Database(), orvane.Database()
+    for position, (id, sig) in enumerate(near_threshold):
+        (queries if position % 3 == 0 else others).add(sig, id)
+    expected = []
+    for id, sig in near_threshold[::3]:
+        expected += sorted((id, other, score) for other, score in others.same_photo(sig))
+    pairs = queries.duplicate_pairs(others)
+    assert pairs == expected and len(pairs) >= 5
+    # Against itself, every photo finds itself.
+    itself = {a for a, b, _ in queries.duplicate_pairs(queries) if a == b}
+    assert itself == {id for id, _ in near_threshold[::3]}
+    others.set_weight(0, 60.0)
+    with pytest.raises(ValueError, match="weights of a new Database"):
+        queries.duplicate_pairs(others)

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <map>
@@ -156,6 +157,14 @@ class SearchEngineTest : public testing::Test {
   // answers; its mode-1 answer against nearest, for stored photos and new ones.
   void expectClassifyAnswers(const CSearchEngine& engine) {
     std::set<std::tuple<uint32_t, uint32_t, uint32_t>> expected, found;
+    // The stored photos as queries of another set: each one's mode-0 answer, by position.
+    std::set<std::tuple<uint32_t, uint32_t, uint32_t>> expectedAcross, foundAcross;
+    std::vector<uint32_t> firstAcross;
+    for (const SPhotoPair& p : engine.samePhotoPairs(photos)) {
+      firstAcross.push_back(p.first);
+      foundAcross.emplace(p.first, p.second, bitsOf(p.score));
+    }
+    EXPECT_TRUE(std::is_sorted(firstAcross.begin(), firstAcross.end()));
     for (const SPhotoPair& p : engine.samePhotoPairs()) {
       ASSERT_LT(p.first, p.second);
       found.emplace(photos.id(p.first), photos.id(p.second), bitsOf(p.score));
@@ -172,9 +181,11 @@ class SearchEngineTest : public testing::Test {
         EXPECT_EQ(photos.id(answer[k].position), ranked[k].idLow) << id << " " << k;
         EXPECT_EQ(bitsOf(answer[k].score), bitsOf(ranked[k].score)) << id << " " << k;
         if (ranked[k].idLow != id) expected.emplace(id, ranked[k].idLow, bitsOf(ranked[k].score));
+        expectedAcross.emplace(q, answer[k].position, bitsOf(answer[k].score));
       }
     }
     EXPECT_EQ(found, expected);
+    EXPECT_EQ(foundAcross, expectedAcross);
     const bool belowFound = found.count({kPlantedBelow - 1, kPlantedBelow,
                                          bitsOf(std::nextafter(0.07f, 0.0f))}) > 0;
     EXPECT_TRUE(belowFound);
