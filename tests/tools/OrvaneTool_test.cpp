@@ -23,6 +23,8 @@
 #include <vector>
 #include <vips/vips8>
 
+#include "tests/support/ReadFile.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -35,13 +37,6 @@ struct SRun {
   std::string out;
   std::string err;
 };
-
-std::string readFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream bytes;
-  bytes << in.rdbuf();
-  return bytes.str();
-}
 
 // A scene of its own for every seed: waves of three frequencies and a bright block.
 vips::VImage scene(int seed, int width, int height) {

@@ -18,6 +18,8 @@
 #include <vector>
 #include <vips/vips8>
 
+#include "tests/support/ReadFile.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -45,13 +47,6 @@ int runProgram(const std::vector<std::string>& arguments, const fs::path& output
   int status = 0;
   waitpid(child, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-std::string readFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream bytes;
-  bytes << in.rdbuf();
-  return bytes.str();
 }
 
 // Cloudy colours of their own for every seed.
