@@ -35,7 +35,8 @@ TEST(ReviewChoicesTest, OnlyUntickedPhotosThatMaySafelyMoveAreMoved) {
 
 TEST(ReviewChoicesTest, OtherFilesAreRefused) {
   for (const char* text :
-       {"", "[]", R"({"groups": []})", R"({"orvane": "dups choices", "groups": {}})",
+       {"", "[]", R"({"groups": []})", R"({"orvane": 1.5, "groups": []})",
+        R"({"orvane": "dups choices", "groups": {}})",
         R"({"orvane": "dups choices", "groups": [{}]})",
         R"({"orvane": "dups choices", "groups": [[{"path": "/a"}]]})",
         R"({"orvane": "dups choices", "groups": [[{"path": 1, "keep": true}]]})"}) {

@@ -22,7 +22,9 @@ std::vector<std::vector<SChoice>> readChoices(const std::string& file, const std
     return CToolError(file, "not a choices file of the review page: " + reason);
   };
   if (json.is_discarded()) throw refuse("it is not JSON");
-  if (!json.is_object() || json.value("orvane", "") != "dups choices") {
+  // Compared as JSON, not read as a string, so that another type is refused rather than thrown.
+  if (!json.is_object() || json.find("orvane") == json.end() ||
+      *json.find("orvane") != Json("dups choices")) {
     throw refuse("\"orvane\": \"dups choices\" is missing");
   }
   const auto groups = json.find("groups");
