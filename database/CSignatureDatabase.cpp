@@ -40,6 +40,13 @@ CSignatureDatabase::FeatureTiles featuresOf(const CAudioSignMulti& signature) {
   };
 }
 
+// Starts reading `count` floats into the cache, a line at a time; nothing for null.
+void prefetchFloats(const float* values, uint32_t count) {
+  if (values == nullptr) return;
+  constexpr uint32_t kLineFloats = 16;
+  for (uint32_t i = 0; i < count; i += kLineFloats) __builtin_prefetch(values + i);
+}
+
 // Unsigned keys that order like the float scores under `<`: negative scores below positive
 // ones, -0 with +0, and NaN (only a NaN weight or a damaged stream makes one) after all.
 uint32_t orderKey(float score) {
@@ -167,9 +174,15 @@ void CSignatureDatabase::addFeatures(const std::string& version, const FeatureTi
     if (groups.empty()) throw std::string(kAddWithoutInit);
     size_t added = 0;
     try {
+      // Every group's tiles are found and asked for before the first vector is built: the
+      // reads of a signature that is out of the cache then overlap instead of queueing.
+      addedTiles.resize(groups.size());
+      for (size_t g = 0; g < groups.size(); ++g) {
+        addedTiles[g] = tiles(groups[g].featureName, groups[g].tileValues());
+        prefetchFloats(addedTiles[g], groups[g].tileValues());
+      }
       for (; added < groups.size(); ++added) {
-        CFeatureGroup& group = groups[added];
-        group.add(tiles(group.featureName, group.tileValues()), idLow, idHigh, tag);
+        groups[added].add(addedTiles[added], idLow, idHigh, tag);
       }
     } catch (...) {
       // Even the group's own id check ends here: a caller sees only this text.

@@ -142,6 +142,8 @@ class CSignatureDatabase : public CMessageObject {
 
   // The score of every item of the last classification, by position.
   std::vector<float> scores;
+  // The tiles of the signature being added, by group.
+  std::vector<const float*> addedTiles;
 };
 
 #endif  // ORVANE_DATABASE_CSIGNATUREDATABASE_H_
