@@ -144,11 +144,10 @@ const std::vector<SClassifyResult>& CFeatureGroup::classify(const float* tiles, 
 void CFeatureGroup::remove(uint32_t idLow, uint32_t idHigh, bool& found, uint32_t& position) {
   if (items.empty()) throw std::string(kRemoveFromEmpty);
   if (!found) {
-    const auto it = std::find_if(items.begin(), items.end(), [&](const SGroupItem& item) {
-      return item.idLow == idLow && item.idHigh == idHigh;
-    });
-    if (it == items.end()) throw std::string(kIndexNotFound);
-    position = static_cast<uint32_t>(it - items.begin());
+    size_t at = 0;
+    while (at < items.size() && (items[at].idLow != idLow || items[at].idHigh != idHigh)) ++at;
+    if (at == items.size()) throw std::string(kIndexNotFound);
+    position = static_cast<uint32_t>(at);
     found = true;
   }
   // Groups out of step (only a damaged stream leaves them so) may not hold the position.

@@ -14,18 +14,18 @@
 #include <vector>
 
 #include "database/CVectorBlocks.h"
+#include "database/CGroupItems.h"
 #include "database/DistanceFunctions.h"
 #include "database/GroupMeans.h"
 #include "database/SClassifyResult.h"
 #include "database/SFeatureGroupDef.h"
-#include "database/SGroupItem.h"
 #include "vexl/base_vector.h"
 #include "vexl/heap_matrix.h"
 
 class CFeatureGroup {
  public:
   // Copies every field of `def`, empties `items` and, when reserveCount is not 0 and exceeds
-  // the present capacity, makes the capacity exactly reserveCount. Selects makeMeans by
+  // the present capacity, makes room for reserveCount items. Selects makeMeans by
   // meansKind (any other value leaves it), fills distanceFunctions from the kinds of
   // distanceRows (a kind above 5 adds nothing) and sets scale = weightValue * groupWeight.
   void init(const SFeatureGroupDef& def, uint32_t reserveCount);
@@ -88,8 +88,8 @@ class CFeatureGroup {
   std::vector<DistanceFunction> distanceFunctions;
   HeapVector<float> normTable;
 
-  std::vector<SGroupItem> items;  // the stored signatures' ids, by position
-  CVectorBlocks vectors;          // their vectors, by the same position
+  CGroupItems items;      // the stored signatures' ids, by position
+  CVectorBlocks vectors;  // their vectors, by the same position
 
  private:
   HeapMatrix<float> building;  // the vector being added

@@ -304,7 +304,7 @@ void CSignatureDatabase::rank(const SRankCut& cut) {
     for (size_t i = 0; i < count; ++i) entries[i] = entryOf(i);
     sortByKeyStably(entries);
   }
-  const std::vector<SGroupItem>& ids = groups[0].items;
+  const CGroupItems& ids = groups[0].items;
   finalResults.resize(entries.size());
   for (size_t j = 0; j < entries.size(); ++j) {
     const SGroupItem& item = ids[static_cast<uint32_t>(entries[j])];
@@ -434,7 +434,6 @@ void CSignatureDatabase::unpack() {
     const uint32_t itemCount =
         boundedCount(static_cast<uint32_t>(in.get(int{})),
                      kItemHeadBytes + vector.size() * kEntryBytes, messageBytes);
-    group.items.reserve(itemCount);
     for (uint32_t position = 0; position < itemCount; ++position) {
       SGroupItem item;
       item.index = in.get(MsgUInt32{});

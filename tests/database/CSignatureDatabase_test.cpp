@@ -71,8 +71,9 @@ class SignatureDatabaseTest : public testing::Test {
   std::vector<uint32_t> storedIds() {
     std::vector<std::vector<uint32_t>> ids(db.groups.size());
     for (size_t g = 0; g < ids.size(); ++g) {
-      for (const SGroupItem& item : db.groups[g].items) {
-        EXPECT_EQ(item.index, ids[g].size()) << db.groups[g].name;
+      for (size_t i = 0; i < db.groups[g].items.size(); ++i) {
+        const SGroupItem& item = db.groups[g].items[i];
+        EXPECT_EQ(item.index, i) << db.groups[g].name;
         ids[g].push_back(item.idLow);
       }
       EXPECT_EQ(ids[g], ids[0]) << db.groups[g].name;
