@@ -190,19 +190,13 @@ struct Workspace {
 template <int C>
 void horizontalCubic(const unsigned char* row, const unsigned char* next, int srcWidth,
                      const Workspace& ws, int outWidth, const SVectorKernels* kernels, float* out) {
-  // Where the samples are sparse (a next line to fetch), in batches of 32 pixels, so that the
-  // loads of one batch overlap the arithmetic of the last; otherwise the whole line at once.
-  const int batch = next ? 32 : outWidth;
   int done = 0;
-  while (kernels && done < outWidth) {
-    const int count = outWidth - done < batch ? outWidth - done : batch;
-    const int at = done * C;
-    const int packed =
-        C == 3 ? kernels->packRow3(row, next, srcWidth * C, ws.xFirst + done, count, ws.packed + at)
-               : kernels->packRow1(row, ws.xFirst + done, count, ws.packed + at);
-    kernels->cubicSamples(ws.packed + at, packed * C, ws.wa + at, ws.wb + at, ws.wc + at, out + at);
-    done += packed;
-    if (packed < count) break;
+  if (kernels && C == 3) {
+    done = kernels->cubicLine3(row, next, srcWidth * C, ws.xFirst, outWidth, ws.wa, ws.wb, ws.wc,
+                               out);
+  } else if (kernels) {
+    done = kernels->packRow1(row, ws.xFirst, outWidth, ws.packed);
+    kernels->cubicSamples(ws.packed, done, ws.wa, ws.wb, ws.wc, out);
   }
   cubicRow<C>(row, ws.xFirst, ws.wa, ws.wb, ws.wc, done, outWidth, out);
 }

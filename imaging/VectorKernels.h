@@ -31,17 +31,20 @@ struct SVectorKernels {
   int (*countAtLeast)(const unsigned char* src, int srcStep, int width, int height,
                       const int levels[3][kMaxHistogramLevels], int count,
                       long long above[3][kMaxHistogramLevels]);
-  // Horizontal cubic pass, first half: for output pixels [0, returned) of one source line with
-  // 3 or 1 channels, the four bytes of each sample's neighbours packed into one 32-bit lane,
-  // lowest first, pixel-major. The neighbours of pixel x start xFirst[x] bytes into the line;
-  // `srcBytes` bytes of it may be read. `next`, when not null, is the source line that comes
-  // next: its samples are fetched into the cache meanwhile.
-  int (*packRow3)(const unsigned char* row, const unsigned char* next, int srcBytes,
-                  const int* xFirst, int outWidth, int32_t* packed);
+  // Horizontal cubic pass of one source line with 3 channels: out[e] = float(p0 + d3 c + d2 b +
+  // d1 a) in double, left to right, for the samples of output pixels [0, returned), with the
+  // weights wa, wb, wc of each sample. The neighbours of pixel x start xFirst[x] bytes into the
+  // line; `srcBytes` bytes of it may be read. `next`, when not null, is the source line that
+  // comes next: its samples are fetched into the cache meanwhile. The weights and out reach up
+  // to 7 entries beyond the samples done, which nobody uses.
+  int (*cubicLine3)(const unsigned char* row, const unsigned char* next, int srcBytes,
+                    const int* xFirst, int outWidth, const double* wa, const double* wb,
+                    const double* wc, float* out);
+  // The same for one channel in two halves: first the four neighbours of each output pixel
+  // packed into one 32-bit lane, lowest first; then `count` floats of out from the packed
+  // samples. The second works in groups of 8: packed, the weights and out reach up to 7
+  // entries beyond `count`.
   int (*packRow1)(const unsigned char* row, const int* xFirst, int outWidth, int32_t* packed);
-  // Second half: `count` floats of out from the packed samples and the weights wa, wb, wc of
-  // each sample. Works in groups of 8: packed, the weights and out reach up to 7 entries
-  // beyond `count`, which nobody uses.
   void (*cubicSamples)(const int32_t* packed, int count, const double* wa, const double* wb,
                        const double* wc, float* out);
   // Vertical cubic pass: samples [0, returned) of dst from four stored lines, with the
@@ -52,8 +55,8 @@ struct SVectorKernels {
 
 // The AVX2 kernels, or nullptr in a build for another processor family.
 const SVectorKernels* avx2Kernels();
-// The same with the cubic passes eight doubles wide, for processors that also have AVX-512F,
-// or nullptr.
+// The same with the cubic passes and HSV eight doubles wide, for processors that also have
+// AVX-512F and AVX-512BW, or nullptr.
 const SVectorKernels* avx512Kernels();
 
 #endif  // ORVANE_IMAGING_VECTORKERNELS_H_
