@@ -37,8 +37,9 @@ int CTileHistogram::compute(const CImageBuffer& image, float* out, int channel) 
       const unsigned char* tile = image.data +
                                   static_cast<ptrdiff_t>(ty) * tileHeight * image.lineStep +
                                   static_cast<ptrdiff_t>(tx) * tileWidth * image.channels;
-      if (histogramEven(tile, image.lineStep, tileWidth, tileHeight, hist, levels, levelCount,
-                        lower, upper) != kStsNoErr) {
+      if (channelHistogram(tile, image.lineStep, tileWidth, tileHeight, channel, hist[channel],
+                           levels[channel], levelCount[channel], lower[channel],
+                           upper[channel]) != kStsNoErr) {
         return -1;
       }
       float* row = out + (ty * tilesX + tx) * bins;

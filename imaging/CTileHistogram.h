@@ -5,6 +5,7 @@
 // Each tile gives `bins` shares of its pixel count, tile by tile, row by row. Bin edges are
 // spread evenly over 0..255 and each bin excludes its upper edge, so the value 255 falls into
 // no bin while the divisor still counts it. Kept: stored signatures depend on that loss.
+// Only the channel asked for is counted; the arrays of the other two keep what they held.
 #ifndef ORVANE_IMAGING_CTILEHISTOGRAM_H_
 #define ORVANE_IMAGING_CTILEHISTOGRAM_H_
 

@@ -10,6 +10,7 @@ SwapChannelsFn swapChannels = nullptr;
 RgbToGrayFn rgbToGray = nullptr;
 RgbToHsvFn rgbToHsv = nullptr;
 HistogramEvenFn histogramEven = nullptr;
+ChannelHistogramFn channelHistogram = nullptr;
 ResizeFn resize3 = nullptr;
 ResizeFn resize1 = nullptr;
 
@@ -20,12 +21,14 @@ void fill(const SImagingColumn& c) {
   rgbToGray = c.rgbToGray;
   rgbToHsv = c.rgbToHsv;
   histogramEven = c.histogramEven;
+  channelHistogram = c.channelHistogram;
   resize3 = c.resize3;
   resize1 = c.resize1;
 }
 
 bool complete(const SImagingColumn& c) {
-  return c.swapChannels && c.rgbToGray && c.rgbToHsv && c.histogramEven && c.resize3 && c.resize1;
+  return c.swapChannels && c.rgbToGray && c.rgbToHsv && c.histogramEven && c.channelHistogram &&
+         c.resize3 && c.resize1;
 }
 
 // Fills the slots from the first complete column, the vectorised ones first; 0 on success.
@@ -148,27 +151,69 @@ int convertWith(const unsigned char* src, int srcStep, unsigned char* dst, int d
 
 // Whether the vector kernel can count against these levels: few enough, and rising after the
 // clamp, so that a bin is the difference of two counts of samples at least its edges.
-bool countableLevels(int* const levels[3], const int levelCount[3]) {
-  for (int c = 0; c < 3; ++c) {
-    if (levelCount[c] > kMaxHistogramLevels) return false;
-    for (int k = 1; k < levelCount[c]; ++k) {
-      if (clampLevel(levels[c][k]) < clampLevel(levels[c][k - 1])) return false;
-    }
+bool countableLevels(const int* levels, int levelCount) {
+  if (levelCount > kMaxHistogramLevels) return false;
+  for (int k = 1; k < levelCount; ++k) {
+    if (clampLevel(levels[k]) < clampLevel(levels[k - 1])) return false;
   }
   return true;
 }
 
 // Levels: span = upper - lower, q = span / (n - 1), r = span % (n - 1); level 0 is lower and
-// each next level adds q, plus 1 for the first r steps. Levels are clamped to 0..256 before
-// counting, so with upper 255 the value 255 falls into no bin (kept: the colour features are
-// defined with that loss). The last entry of hist is not written.
+// each next level adds q, plus 1 for the first r steps.
+void evenLevels(int lower, int upper, int n, int* levels) {
+  const int steps = n - 1;
+  const int span = upper - lower;
+  const int quotient = span / steps;
+  const int remainder = span % steps;
+  levels[0] = lower;
+  for (int k = 1; k <= steps; ++k) levels[k] = levels[k - 1] + quotient + (k <= remainder ? 1 : 0);
+}
+
+// The bins of channel c of a 3-channel region against its levels. Levels are clamped to
+// 0..256 before counting, so with upper 255 the value 255 falls into no bin (kept: the colour
+// features are defined with that loss). The last entry of hist is not written.
 // Counting: the column's kernel, when there is one, counts the leading pixels of each line
-// against the levels; tables of the 256 values count the rest. Both are exact.
+// against the levels; a table of the 256 values counts the rest. Both are exact.
 template <KernelsFn kernelsOf>
+void countChannel(const unsigned char* src, int srcStep, int width, int height, int c, int* hist,
+                  const int* levels, int levelCount) {
+  const SVectorKernels* kernels = kernelsOf();
+  // above[k]: samples of the kernel's pixels at least the clamped level k; its pixels are all
+  // at least a level of 0 and none reaches 256.
+  long long above[kMaxHistogramLevels] = {};
+  int done = 0;
+  if (kernels && countableLevels(levels, levelCount)) {
+    int clamped[kMaxHistogramLevels] = {};
+    for (int k = 0; k < levelCount; ++k) clamped[k] = clampLevel(levels[k]);
+    done = kernels->countAtLeast(src, srcStep, width, height, c, clamped, levelCount, above);
+    for (int k = 0; k < levelCount; ++k) {
+      if (clamped[k] == 0) above[k] = static_cast<long long>(done) * height;
+    }
+  }
+
+  // The table only when pixels are left: clearing and summing it costs more than the kernel's
+  // counting on the colour tiles.
+  const bool rest = done < width;
+  int counts[256];
+  if (rest) std::memset(counts, 0, sizeof counts);
+  for (int y = 0; rest && y < height; ++y) {
+    const unsigned char* s = src + static_cast<ptrdiff_t>(y) * srcStep + 3 * done + c;
+    for (int x = done; x < width; ++x, s += 3) ++counts[*s];
+  }
+
+  for (int k = 0; k + 1 < levelCount; ++k) {
+    long long sum = above[k] - above[k + 1];
+    const int to = clampLevel(levels[k + 1]);
+    for (int value = clampLevel(levels[k]); rest && value < to; ++value) sum += counts[value];
+    hist[k] = static_cast<int>(sum);
+  }
+}
+
+template <KernelsFn kernels>
 int histogramEvenWith(const unsigned char* src, int srcStep, int width, int height,
                       int* const hist[3], int* const levels[3], const int levelCount[3],
                       const int lower[3], const int upper[3]) {
-  const SVectorKernels* kernels = kernelsOf();
   if (src == nullptr || hist == nullptr || levels == nullptr || levelCount == nullptr ||
       lower == nullptr || upper == nullptr) {
     return kStsNullPtrErr;
@@ -181,61 +226,23 @@ int histogramEvenWith(const unsigned char* src, int srcStep, int width, int heig
   }
   if (width < 1 || height < 1) return kStsSizeErr;
   if (srcStep < 1) return kStsStepErr;
-
+  for (int c = 0; c < 3; ++c) evenLevels(lower[c], upper[c], levelCount[c], levels[c]);
   for (int c = 0; c < 3; ++c) {
-    const int steps = levelCount[c] - 1;
-    const int span = upper[c] - lower[c];
-    const int quotient = span / steps;
-    const int remainder = span % steps;
-    levels[c][0] = lower[c];
-    for (int k = 1; k <= steps; ++k) {
-      levels[c][k] = levels[c][k - 1] + quotient + (k <= remainder ? 1 : 0);
-    }
+    countChannel<kernels>(src, srcStep, width, height, c, hist[c], levels[c], levelCount[c]);
   }
+  return kStsNoErr;
+}
 
-  // above[c][k]: samples of the kernel's pixels at least the clamped level k; its pixels are
-  // all at least a level of 0 and none reaches 256.
-  long long above[3][kMaxHistogramLevels] = {};
-  int done = 0;
-  if (kernels && countableLevels(levels, levelCount)) {
-    int clamped[3][kMaxHistogramLevels] = {};
-    int count = 0;
-    for (int c = 0; c < 3; ++c) {
-      for (int k = 0; k < levelCount[c]; ++k) clamped[c][k] = clampLevel(levels[c][k]);
-      count = levelCount[c] > count ? levelCount[c] : count;
-    }
-    done = kernels->countAtLeast(src, srcStep, width, height, clamped, count, above);
-    for (int c = 0; c < 3; ++c) {
-      for (int k = 0; k < levelCount[c]; ++k) {
-        if (clamped[c][k] == 0) above[c][k] = static_cast<long long>(done) * height;
-      }
-    }
-  }
-
-  // The tables only when pixels are left: clearing and summing them costs more than the
-  // kernel's counting on the colour tiles.
-  const bool rest = done < width;
-  int counts[3][256];
-  if (rest) std::memset(counts, 0, sizeof counts);
-  for (int y = 0; rest && y < height; ++y) {
-    const unsigned char* s = src + static_cast<ptrdiff_t>(y) * srcStep + 3 * done;
-    for (int x = done; x < width; ++x, s += 3) {
-      ++counts[0][s[0]];
-      ++counts[1][s[1]];
-      ++counts[2][s[2]];
-    }
-  }
-
-  for (int c = 0; c < 3; ++c) {
-    for (int k = 0; k + 1 < levelCount[c]; ++k) {
-      long long sum = above[c][k] - above[c][k + 1];
-      const int to = clampLevel(levels[c][k + 1]);
-      for (int value = clampLevel(levels[c][k]); rest && value < to; ++value) {
-        sum += counts[c][value];
-      }
-      hist[c][k] = static_cast<int>(sum);
-    }
-  }
+template <KernelsFn kernels>
+int channelHistogramWith(const unsigned char* src, int srcStep, int width, int height, int channel,
+                         int* hist, int* levels, int levelCount, int lower, int upper) {
+  if (src == nullptr || hist == nullptr || levels == nullptr) return kStsNullPtrErr;
+  if (levelCount < 2) return kStsHistoLevelsErr;
+  if (width < 1 || height < 1) return kStsSizeErr;
+  if (srcStep < 1) return kStsStepErr;
+  if (channel < 0 || channel > 2) return kStsChannelOrderErr;
+  evenLevels(lower, upper, levelCount, levels);
+  countChannel<kernels>(src, srcStep, width, height, channel, hist, levels, levelCount);
   return kStsNoErr;
 }
 
@@ -247,6 +254,7 @@ constexpr SImagingColumn columnOf(const char* name) {
           convertWith<kernels, 1, &SVectorKernels::grayLine, grayPixel>,
           convertWith<kernels, 3, &SVectorKernels::hsvLine, hsvPixel>,
           histogramEvenWith<kernels>,
+          channelHistogramWith<kernels>,
           resizeWith<3, kernels>,
           resizeWith<1, kernels>};
 }

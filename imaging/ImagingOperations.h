@@ -1,10 +1,10 @@
-// The six pixel operations of the image analysis, called through call slots.
+// The pixel operations of the image analysis, called through call slots.
 //
 // The operations work on raw pointers, line steps in bytes and a region size; they know
 // nothing of CImageBuffer. Each returns a status, 0 for success; callers treat any other
 // value as failure. Checks stand at the head of each operation: null pointers, then sizes,
-// then steps (swapChannels checks its order last; histogramEven checks level counts before
-// sizes).
+// then steps (swapChannels checks its order and channelHistogram its channel last;
+// histogramEven and channelHistogram check level counts before sizes).
 //
 // Callers go through the slots only. selectProcessor fills them from the first complete
 // column of implementations that the processor can run: AVX-512, then AVX2, then the portable
@@ -47,6 +47,11 @@ using RgbToHsvFn = int (*)(const unsigned char* src, int srcStep, unsigned char*
 using HistogramEvenFn = int (*)(const unsigned char* src, int srcStep, int width, int height,
                                 int* const hist[3], int* const levels[3], const int levelCount[3],
                                 const int lower[3], const int upper[3]);
+// histogramEven of channel `channel` of a 3-channel region alone: its levels and hist, with
+// the same checks and then a channel outside 0..2 (kStsChannelOrderErr).
+using ChannelHistogramFn = int (*)(const unsigned char* src, int srcStep, int width, int height,
+                                   int channel, int* hist, int* levels, int levelCount, int lower,
+                                   int upper);
 // Resize of the region (x, y, width, height) of the source into the top-left of dst.
 using ResizeSignature = int(const unsigned char* src, int srcWidth, int srcHeight, int srcStep,
                             int x, int y, int width, int height, unsigned char* dst, int dstStep,
@@ -59,6 +64,7 @@ extern SwapChannelsFn swapChannels;
 extern RgbToGrayFn rgbToGray;
 extern RgbToHsvFn rgbToHsv;
 extern HistogramEvenFn histogramEven;
+extern ChannelHistogramFn channelHistogram;
 extern ResizeFn resize3;
 extern ResizeFn resize1;
 
@@ -73,6 +79,7 @@ struct SImagingColumn {
   RgbToGrayFn rgbToGray;
   RgbToHsvFn rgbToHsv;
   HistogramEvenFn histogramEven;
+  ChannelHistogramFn channelHistogram;
   ResizeFn resize3;
   ResizeFn resize1;
 };

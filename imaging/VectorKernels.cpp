@@ -448,30 +448,39 @@ ORVANE_AVX512 int cubicColumnsWide(const float* const* lines, int n, double a, d
   return j;
 }
 
-// Counts one of the three 32-byte vectors of every 96-byte chunk (32 pixels) of the region
-// against G levels: acc[g] lane i gains 1 where the sample exceeds bound[g] lane i. A line
-// that is not a whole number of chunks ends with the chunk of its last 32 pixels, counted only
-// in the lanes of `keep`, which no chunk before it covered. The byte lanes are emptied into
-// above[c][ks[g]] through the channel masks before they can overflow.
+// Channel `masks` picks of 32 pixels (96 bytes) as 32 bytes, pixel j in byte j: each half
+// gathers its 16 pixels out of three 16-byte windows, one shuffle per window pair.
+ORVANE_AVX2 inline __m256i channelOf32(const unsigned char* s, const __m256i masks[3]) {
+  __m256i v = _mm256_setzero_si256();
+  for (int k = 0; k < 3; ++k) {
+    const __m256i pair = _mm256_inserti128_si256(
+        _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 16 * k))),
+        _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 48 + 16 * k)), 1);
+    v = _mm256_or_si256(v, _mm256_shuffle_epi8(pair, masks[k]));
+  }
+  return v;
+}
+
+// Adds the byte lanes of each acc[g] to above[ks[g]] and clears them.
 template <int G>
-ORVANE_AVX2 void emptyCounts(__m256i acc[G], const __m256i channelMask[3], const int* ks,
-                             long long above[3][kMaxHistogramLevels]) {
+ORVANE_AVX2 void emptyCounts(__m256i acc[G], const int* ks, long long* above) {
   for (int g = 0; g < G; ++g) {
-    for (int c = 0; c < 3; ++c) {
-      const __m256i sums =
-          _mm256_sad_epu8(_mm256_and_si256(acc[g], channelMask[c]), _mm256_setzero_si256());
-      alignas(32) long long parts[4];
-      _mm256_store_si256(reinterpret_cast<__m256i*>(parts), sums);
-      above[c][ks[g]] += parts[0] + parts[1] + parts[2] + parts[3];
-    }
+    const __m256i sums = _mm256_sad_epu8(acc[g], _mm256_setzero_si256());
+    alignas(32) long long parts[4];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(parts), sums);
+    above[ks[g]] += parts[0] + parts[1] + parts[2] + parts[3];
     acc[g] = _mm256_setzero_si256();
   }
 }
 
+// Counts the channel's samples of every 32-pixel chunk of the region against G levels: acc[g]
+// lane j gains 1 where the sample exceeds bound[g]. A line that is not a whole number of
+// chunks ends with the chunk of its last 32 pixels, counted only in the lanes of `keep`,
+// which no chunk before it covered. The byte lanes are emptied before they can overflow.
 template <int G>
-ORVANE_AVX2 void countVector(const unsigned char* src, int srcStep, int width, int height, int j,
-                             const __m256i bound[G], __m256i keep, const __m256i channelMask[3],
-                             const int* ks, long long above[3][kMaxHistogramLevels]) {
+ORVANE_AVX2 void countLevels(const unsigned char* src, int srcStep, int width, int height,
+                             const __m256i masks[3], const __m256i bound[G], __m256i keep,
+                             const int* ks, long long* above) {
   const int chunks = width / 32;
   const bool tail = width % 32 != 0;
   const __m256i flip = _mm256_set1_epi8(static_cast<char>(0x80));
@@ -479,15 +488,13 @@ ORVANE_AVX2 void countVector(const unsigned char* src, int srcStep, int width, i
   for (__m256i& a : acc) a = _mm256_setzero_si256();
   int run = 0;
   for (int y = 0; y < height; ++y) {
-    const unsigned char* line = src + static_cast<ptrdiff_t>(y) * srcStep + 32 * j;
+    const unsigned char* line = src + static_cast<ptrdiff_t>(y) * srcStep;
     for (int chunk = 0; chunk < chunks; ++chunk) {
-      const __m256i v = _mm256_xor_si256(
-          _mm256_loadu_si256(reinterpret_cast<const __m256i*>(line + 96 * chunk)), flip);
+      const __m256i v = _mm256_xor_si256(channelOf32(line + 96 * chunk, masks), flip);
       for (int g = 0; g < G; ++g) acc[g] = _mm256_sub_epi8(acc[g], _mm256_cmpgt_epi8(v, bound[g]));
     }
     if (tail) {
-      const __m256i v = _mm256_xor_si256(
-          _mm256_loadu_si256(reinterpret_cast<const __m256i*>(line + 3 * (width - 32))), flip);
+      const __m256i v = _mm256_xor_si256(channelOf32(line + 3 * (width - 32), masks), flip);
       for (int g = 0; g < G; ++g) {
         acc[g] = _mm256_sub_epi8(acc[g], _mm256_and_si256(_mm256_cmpgt_epi8(v, bound[g]), keep));
       }
@@ -495,61 +502,52 @@ ORVANE_AVX2 void countVector(const unsigned char* src, int srcStep, int width, i
     // A lane gains at most chunks + 1 per line.
     run += chunks + 1;
     if (run + chunks + 1 > 255) {
-      emptyCounts<G>(acc, channelMask, ks, above);
+      emptyCounts<G>(acc, ks, above);
       run = 0;
     }
   }
-  emptyCounts<G>(acc, channelMask, ks, above);
+  emptyCounts<G>(acc, ks, above);
 }
 
-// v >= t is v - 128 > t - 1 - 128 in signed bytes. Byte lane i of vector j of a chunk holds
-// channel (32 j + i) % 3, so each lane compares against its channel's level. Levels are
-// counted up to 8 at a time, one vector of the chunks at a time.
+// v >= t is v - 128 > t - 1 - 128 in signed bytes. Levels are counted up to 8 at a time.
 ORVANE_AVX2 int countAtLeast(const unsigned char* src, int srcStep, int width, int height,
-                             const int levels[3][kMaxHistogramLevels], int count,
-                             long long above[3][kMaxHistogramLevels]) {
+                             int channel, const int levels[kMaxHistogramLevels], int count,
+                             long long above[kMaxHistogramLevels]) {
   const int chunks = width / 32;
   // Byte lanes count up to 255 between emptyings, which happen between lines.
   if (chunks == 0 || chunks >= 255) return 0;
-  const int tailBytes = 3 * (width % 32);
-  // Only levels that some channel has inside 1..255 need counting; the others get 8 slots
-  // of padding that count nothing.
+  // Only levels inside 1..255 need counting; 8 slots of padding count nothing.
   int ks[kMaxHistogramLevels + 8];
   int counted = 0;
   for (int k = 0; k < count; ++k) {
-    bool inside = false;
-    for (int c = 0; c < 3; ++c) inside = inside || (levels[c][k] >= 1 && levels[c][k] <= 255);
-    if (inside) ks[counted++] = k;
+    if (levels[k] >= 1 && levels[k] <= 255) ks[counted++] = k;
   }
   for (int g = counted; g < counted + 8; ++g) ks[g] = 0;
-  for (int j = 0; j < 3; ++j) {
-    __m256i channelMask[3];
-    alignas(32) unsigned char mask[32];
-    for (int c = 0; c < 3; ++c) {
-      for (int i = 0; i < 32; ++i) mask[i] = (32 * j + i) % 3 == c ? 0xFF : 0;
-      channelMask[c] = _mm256_load_si256(reinterpret_cast<const __m256i*>(mask));
+  // Window k of a half holds bytes 16 k .. 16 k + 15 of its 48; pixel p's sample is byte
+  // 3 p + channel.
+  alignas(32) char bytes[32];
+  __m256i masks[3];
+  for (int k = 0; k < 3; ++k) {
+    for (int p = 0; p < 16; ++p) {
+      const int at = 3 * p + channel - 16 * k;
+      bytes[p] = bytes[p + 16] = static_cast<char>(at >= 0 && at < 16 ? at : -1);
     }
-    // Lanes at or beyond 96 - tailBytes of the last chunk.
-    for (int i = 0; i < 32; ++i) mask[i] = 32 * j + i >= 96 - tailBytes ? 0xFF : 0;
-    const __m256i keep = _mm256_load_si256(reinterpret_cast<const __m256i*>(mask));
-    for (int first = 0; first < counted; first += 8) {
-      const int used = counted - first < 8 ? counted - first : 8;
-      // (t - 1) - 128 per lane; 127 where nothing is counted, since no sample exceeds it.
-      __m256i bound[8];
-      for (int g = 0; g < 8; ++g) {
-        __m256i b = _mm256_setzero_si256();
-        for (int c = 0; c < 3; ++c) {
-          const int t = g < used ? levels[c][ks[first + g]] : 0;
-          const char signedBound = static_cast<char>(t >= 1 && t <= 255 ? t - 1 - 128 : 127);
-          b = _mm256_or_si256(b, _mm256_and_si256(channelMask[c], _mm256_set1_epi8(signedBound)));
-        }
-        bound[g] = b;
-      }
-      if (used > 4) {
-        countVector<8>(src, srcStep, width, height, j, bound, keep, channelMask, ks + first, above);
-      } else {
-        countVector<4>(src, srcStep, width, height, j, bound, keep, channelMask, ks + first, above);
-      }
+    masks[k] = _mm256_load_si256(reinterpret_cast<const __m256i*>(bytes));
+  }
+  // Pixels of the last chunk that no whole chunk covered.
+  for (int j = 0; j < 32; ++j) bytes[j] = static_cast<char>(j >= 32 - width % 32 ? -1 : 0);
+  const __m256i keep = _mm256_load_si256(reinterpret_cast<const __m256i*>(bytes));
+  for (int first = 0; first < counted; first += 8) {
+    const int used = counted - first < 8 ? counted - first : 8;
+    // (t - 1) - 128; 127 where nothing is counted, since no sample exceeds it.
+    __m256i bound[8];
+    for (int g = 0; g < 8; ++g) {
+      bound[g] = _mm256_set1_epi8(static_cast<char>(g < used ? levels[ks[first + g]] - 1 - 128 : 127));
+    }
+    if (used > 4) {
+      countLevels<8>(src, srcStep, width, height, masks, bound, keep, ks + first, above);
+    } else {
+      countLevels<4>(src, srcStep, width, height, masks, bound, keep, ks + first, above);
     }
   }
   return width;

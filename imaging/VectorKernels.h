@@ -25,12 +25,12 @@ struct SVectorKernels {
   // Pixels [0, returned) of one line: r, g, b bytes to gray, or to h, s, v bytes.
   int (*grayLine)(const unsigned char* src, unsigned char* dst, int width);
   int (*hsvLine)(const unsigned char* src, unsigned char* dst, int width);
-  // For the pixels [0, returned) of every line of a 3-channel region: above[c][k] = the
-  // number of samples of channel c that are at least levels[c][k], for k < count. A level
-  // outside 1..255 is not counted (above stays 0); the caller knows those answers.
-  int (*countAtLeast)(const unsigned char* src, int srcStep, int width, int height,
-                      const int levels[3][kMaxHistogramLevels], int count,
-                      long long above[3][kMaxHistogramLevels]);
+  // For the pixels [0, returned) of every line of a 3-channel region: above[k] = the number of
+  // samples of channel `channel` that are at least levels[k], for k < count. A level outside
+  // 1..255 is not counted (above stays 0); the caller knows those answers.
+  int (*countAtLeast)(const unsigned char* src, int srcStep, int width, int height, int channel,
+                      const int levels[kMaxHistogramLevels], int count,
+                      long long above[kMaxHistogramLevels]);
   // Horizontal cubic pass of one source line with 3 channels: out[e] = float(p0 + d3 c + d2 b +
   // d1 a) in double, left to right, for the samples of output pixels [0, returned), with the
   // weights wa, wb, wc of each sample. The neighbours of pixel x start xFirst[x] bytes into the

@@ -105,6 +105,11 @@ TEST_F(ImagingOperations, HistogramEvenLevelsAndTheLostTopValue) {
             (std::vector<int>{2, 1, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2, -5}));
   EXPECT_EQ(std::vector<int>(hist[1], hist[1] + 5), (std::vector<int>{4, 1, 0, 2, -5}));
   EXPECT_EQ(std::vector<int>(hist[2], hist[2] + 2), (std::vector<int>{7, -5}));
+  // One channel alone: pixels (0, 64, 255) twice.
+  const unsigned char two[6] = {0, 64, 255, 0, 64, 255};
+  int one[5], oneLevels[5];
+  ASSERT_EQ(channelHistogram(two, 6, 2, 1, 1, one, oneLevels, 5, 0, 255), kStsNoErr);
+  EXPECT_EQ(std::vector<int>(one, one + 4), (std::vector<int>{0, 2, 0, 0}));
 
   // The remainder of the span goes to the first steps: 10 over 4 steps is 3, 3, 2, 2.
   const int odd[3] = {5, 5, 5}, low[3] = {-3, 250, 0}, high[3] = {7, 260, 10};
@@ -118,7 +123,8 @@ TEST_F(ImagingOperations, HistogramEvenLevelsAndTheLostTopValue) {
   EXPECT_EQ(std::vector<int>(hist[1], hist[1] + 4), (std::vector<int>{0, 0, 0, 0}));
 }
 
-// Null pointers, then sizes, then steps; the channel order last, the level counts before sizes.
+// Null pointers, then sizes, then steps; the channel order or number last, the level counts
+// before sizes.
 TEST_F(ImagingOperations, StatusChecksStandInTheirOrder) {
   unsigned char px[12] = {};
   int h[3][5], l[3][5];
@@ -138,6 +144,11 @@ TEST_F(ImagingOperations, StatusChecksStandInTheirOrder) {
   EXPECT_EQ(histogramEven(px, 0, 0, 0, hp, lp, n1, lo, up), kStsHistoLevelsErr);
   EXPECT_EQ(histogramEven(px, 0, 0, 1, hp, lp, n5, lo, up), kStsSizeErr);
   EXPECT_EQ(histogramEven(px, 0, 1, 1, hp, lp, n5, lo, up), kStsStepErr);
+  EXPECT_EQ(channelHistogram(px, 0, 0, 0, 3, nullptr, l[0], 1, 0, 255), kStsNullPtrErr);
+  EXPECT_EQ(channelHistogram(px, 0, 0, 0, 3, h[0], l[0], 1, 0, 255), kStsHistoLevelsErr);
+  EXPECT_EQ(channelHistogram(px, 0, 0, 1, 3, h[0], l[0], 5, 0, 255), kStsSizeErr);
+  EXPECT_EQ(channelHistogram(px, 0, 1, 1, 3, h[0], l[0], 5, 0, 255), kStsStepErr);
+  EXPECT_EQ(channelHistogram(px, 3, 1, 1, 3, h[0], l[0], 5, 0, 255), kStsChannelOrderErr);
 }
 
 }  // namespace

@@ -140,14 +140,19 @@ TEST_F(VectorColumn, EveryOperationOnAwkwardShapes) {
       const int lower[2][3] = {{0, 0, 0}, {-3, 0, 10}},
                 upper[2][3] = {{255, 255, 255}, {260, 255, 11}};
       for (int set = 0; set < 2; ++set) {
+        const int channel = (index + set) % 3;
         expectSameBits(
-            2 * 3 * 32 * sizeof(int),
+            8 * 32 * sizeof(int),
             [&](const SImagingColumn& c, unsigned char* d) {
               int* ints = reinterpret_cast<int*>(d);
               int* const hist[3] = {ints, ints + 32, ints + 64};
               int* const levels[3] = {ints + 96, ints + 128, ints + 160};
-              return c.histogramEven(rgb.bytes.data(), rgb.step, width, height, hist, levels,
-                                     counts[set], lower[set], upper[set]);
+              const int all = c.histogramEven(rgb.bytes.data(), rgb.step, width, height, hist,
+                                              levels, counts[set], lower[set], upper[set]);
+              return 1000 * all + c.channelHistogram(rgb.bytes.data(), rgb.step, width, height,
+                                                     channel, ints + 192, ints + 224,
+                                                     counts[set][channel], lower[set][channel],
+                                                     upper[set][channel]);
             },
             "histogram " + std::to_string(set) + " " + shape);
       }
