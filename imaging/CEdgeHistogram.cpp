@@ -53,20 +53,26 @@ void classifyLine(const int* const quadrants[4], int count, double scale, int th
 // 1 / (n n 0.25), in double, for blocks of side n.
 double blockScale(int n) { return 1.0 / (n * n * 0.25); }
 
-// Running sums of the columns [0, width) over `rows` lines `stride` bytes apart: sums[0] = 0
-// and sums[col + 1] = sums[col] + the sum of column col, modulo 2^32; a difference of two
-// is exact whenever the sum it stands for fits.
-void columnPrefix(const unsigned char* data, unsigned stride, int rows, int width,
-                  unsigned* sums) {
-  unsigned* column = sums + 1;
-  for (int col = 0; col < width; ++col) column[col] = 0;
+// The sums of the columns [0, width) over `rows` lines `stride` bytes apart, 16 columns at a
+// time where whole groups fit, so that the compiler adds them as vectors.
+void columnSums(const unsigned char* __restrict data, unsigned stride, int rows, int width,
+                unsigned* __restrict sums) {
+  for (int col = 0; col < width; ++col) sums[col] = 0;
+  const int whole = width - width % 16;
   for (int r = 0; r < rows; ++r) {
-    const unsigned char* line = data + static_cast<size_t>(r) * stride;
-    for (int col = 0; col < width; ++col) column[col] += line[col];
+    const unsigned char* __restrict line = data + static_cast<size_t>(r) * stride;
+    for (int col = 0; col < whole; col += 16) {
+      for (int k = 0; k < 16; ++k) sums[col + k] += line[col + k];
+    }
+    for (int col = whole; col < width; ++col) sums[col] += line[col];
   }
-  sums[0] = 0;
+}
+
+// sums[from] + ... + sums[from + count - 1], exact for the sums of a block's quadrant.
+int spanSum(const unsigned* sums, unsigned from, int count) {
   unsigned total = 0;
-  for (int col = 0; col < width; ++col) column[col] = total += column[col];
+  for (int k = 0; k < count; ++k) total += sums[from + k];
+  return static_cast<int>(total);
 }
 
 }  // namespace
@@ -101,53 +107,57 @@ void CEdgeHistogram::scan(const unsigned char* data, int width, int stride, int 
   const unsigned step = static_cast<unsigned>(block);
   const int half = block / 2;
   const double scale = blockScale(block);
-  // The blocks of a block line cover the columns [0, covered): running sums of the upper and
-  // lower half of each column give each quadrant sum as one difference.
+  // The blocks of a block line cover the columns [0, covered): the sums of the upper and lower
+  // half of each column give each quadrant sum.
   unsigned lastX = 0;
   while (lastX + step <= w - step && lastX + step > lastX) lastX += step;
   const int covered = static_cast<int>(lastX + step);
   // On the stack for any line of the engine's images; only wider ones allocate.
   const int kStackColumns = 512;
-  unsigned stackSums[2 * (kStackColumns + 1)];
+  unsigned stackSums[2 * kStackColumns];
   std::vector<unsigned> heapSums;
   unsigned* upper = stackSums;
   if (covered > kStackColumns) {
-    heapSums.resize(2 * (static_cast<size_t>(covered) + 1));
+    heapSums.resize(2 * static_cast<size_t>(covered));
     upper = heapSums.data();
   }
-  unsigned* lower = upper + covered + 1;
-  // Quadrant sums and types of the blocks of one line, on the stack for the engine's images.
+  unsigned* lower = upper + covered;
+  // Quadrant sums, types and cell columns of the blocks of one line, on the stack for the
+  // engine's images.
   const int lineBlocks = static_cast<int>(covered / step);
   const int kStackBlocks = 256;
-  int stackBlocks[5 * kStackBlocks];
+  int stackBlocks[6 * kStackBlocks];
   std::vector<int> heapBlocks;
   int* blockData = stackBlocks;
   if (lineBlocks > kStackBlocks) {
-    heapBlocks.resize(5 * static_cast<size_t>(lineBlocks));
+    heapBlocks.resize(6 * static_cast<size_t>(lineBlocks));
     blockData = heapBlocks.data();
   }
   int* const quadrants[4] = {blockData, blockData + lineBlocks, blockData + 2 * lineBlocks,
                              blockData + 3 * lineBlocks};
   int* const kinds = blockData + 4 * lineBlocks;
+  // The cell column of each block, the same on every block line.
+  int* const cellColumn = blockData + 5 * lineBlocks;
+  for (int i = 0; i < lineBlocks; ++i) cellColumn[i] = static_cast<int>((4 * (i * step)) / w);
   unsigned y = 0;
   do {
     const unsigned char* line = data + static_cast<size_t>(y) * static_cast<unsigned>(stride);
     const unsigned cellRow = (4 * y) / hgt;
-    columnPrefix(line, static_cast<unsigned>(stride), half, covered, upper);
-    columnPrefix(line + static_cast<size_t>(half) * static_cast<unsigned>(stride),
-                 static_cast<unsigned>(stride), block - half, covered, lower);
+    columnSums(line, static_cast<unsigned>(stride), half, covered, upper);
+    columnSums(line + static_cast<size_t>(half) * static_cast<unsigned>(stride),
+               static_cast<unsigned>(stride), block - half, covered, lower);
     // The quadrant sums of the line's blocks are gathered first, so that the classification
     // runs as a loop without branches over whole arrays, several blocks wide.
     for (int i = 0; i < lineBlocks; ++i) {
-      const unsigned x = i * step, middle = x + half, end = x + step;
-      quadrants[0][i] = static_cast<int>(upper[middle] - upper[x]);
-      quadrants[1][i] = static_cast<int>(upper[end] - upper[middle]);
-      quadrants[2][i] = static_cast<int>(lower[middle] - lower[x]);
-      quadrants[3][i] = static_cast<int>(lower[end] - lower[middle]);
+      const unsigned x = i * step, middle = x + half;
+      quadrants[0][i] = spanSum(upper, x, half);
+      quadrants[1][i] = spanSum(upper, middle, block - half);
+      quadrants[2][i] = spanSum(lower, x, half);
+      quadrants[3][i] = spanSum(lower, middle, block - half);
     }
     classifyLine(quadrants, lineBlocks, scale, threshold, kinds);
     for (int i = 0; i < lineBlocks; ++i) {
-      const unsigned cell = 4 * cellRow + (4 * (i * step)) / w;
+      const unsigned cell = 4 * cellRow + cellColumn[i];
       ++blocks[cell];
       ++types[cell][kBinOfType[kinds[i]]];
     }
