@@ -5,8 +5,8 @@
 #include <sstream>
 #include <string>
 
+#include "tests/signature/OlderStreams.h"
 #include "tests/signature/PhotoSignatureGolden.h"
-#include "tests/signature/ToyHook.h"
 #include "tests/support/HexBytes.h"
 #include "tests/support/ThrownText.h"
 
@@ -37,9 +37,7 @@ TEST(AudioSignMulti, WritesTheGoldenStreamsAndRoundTrips) {
   ToyHook hook;
   CWholeStream stream;
   built.getData()->toWholeStream(stream, &hook);
-  std::ostringstream out;
-  stream.writeStream(out);
-  EXPECT_EQ(written(readFrom(out.str(), &hook)), rewrittenStream());
+  EXPECT_EQ(written(readFrom(written(stream), &hook)), rewrittenStream());
 }
 
 TEST(AudioSignMulti, CopiesAreDeepAndAdoptOwns) {
@@ -47,7 +45,6 @@ TEST(AudioSignMulti, CopiesAreDeepAndAdoptOwns) {
   EXPECT_FALSE(CAudioSignMulti(original).hasData());
   std::ostringstream nothing;
   EXPECT_EQ(original.write(nothing), -1);
-  EXPECT_EQ(nothing.str(), "");
 
   CSignDataMulti* data = builtSignature();
   original.adopt(data);
@@ -57,42 +54,28 @@ TEST(AudioSignMulti, CopiesAreDeepAndAdoptOwns) {
   assigned = original;
   const CAudioSignMulti& same = assigned;
   assigned = same;
-  EXPECT_NE(copy.getData()->getFeature("EDG"), data->getFeature("EDG"));
   data->setCuid(7);
   EXPECT_EQ(written(copy), builtStream());
   EXPECT_EQ(written(assigned), builtStream());
-  copy.clearData();
-  EXPECT_FALSE(copy.hasData());
 }
 
 TEST(AudioSignMulti, ReadFailures) {
-  struct Case {
-    const char* name;
+  const struct {
     std::string bytes;
     std::ios::iostate state;
-    std::string expected;
+    const char* expected;
     bool dataLeft;  // the old data survives failures before the stream is read
-  };
-  const Case cases[] = {
-      {"at end", builtStream(), std::ios::eofbit, "no audio signature found in istream (EOF)",
-       true},
-      {"failed", builtStream(), std::ios::failbit, "could not open audio signature istream", true},
-      {"cut", builtStream().substr(0, 60), {}, "stream mismatch!", true},
-      {"no feature",
-       hexString("4F525646 00000005 10 00 4D455441 0A 04 43756964 04 00000015"),
-       {},
-       "CFeatureObject: feature map is empty",
-       false},
-      // Signed and read without a hook: the header is read, no frame is.
-      {"signed, no hook",
-       hexString("4F525646 00000005 1B 0B 31 04 6B657931 04 E356EE14 4D455441 0A 04 43756964 04 "
-                 "00000015"),
+  } cases[] = {
+      {builtStream(), std::ios::eofbit, "no audio signature found in istream (EOF)", true},
+      {builtStream(), std::ios::failbit, "could not open audio signature istream", true},
+      {builtStream().substr(0, 60), {}, "stream mismatch!", true},
+      {hexString("4F525646 00000005 10 00 4D455441 0A 04 43756964 04 00000015"),
        {},
        "CFeatureObject: feature map is empty",
        false},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.expected);
     CAudioSignMulti sign;
     sign.adopt(builtSignature());
     std::istringstream in(c.bytes);
@@ -109,11 +92,10 @@ TEST(AudioSignMulti, CompareGivesItsFixedAnswer) {
   CAudioSignMulti active;
   active.adopt(new CSignDataMulti(*plain.getData(), 0, 0, "HUE"));
   EXPECT_EQ(thrownText([&] { empty.compare(plain); }), "Uninitialized CAudioSignMulti object");
-  for (const CAudioSignMulti* other : {&plain, &empty}) {
-    EXPECT_EQ(thrownText([&] { active.compare(*other); }),
+  for (const auto& pair : {std::pair{&active, &plain}, {&active, &empty}, {&plain, &active}}) {
+    EXPECT_EQ(thrownText([&] { pair.first->compare(*pair.second); }),
               "Active feature not set or type mismatch");
   }
-  EXPECT_EQ(thrownText([&] { plain.compare(active); }), "Active feature not set or type mismatch");
   const SCompareResult result = active.compare(active);
   EXPECT_EQ(floatBits(result.score), 0x437F0000u);
   EXPECT_EQ(result.reserved[0] | result.reserved[1] | result.reserved[2], 0u);

@@ -4,7 +4,10 @@
 
 #include <sstream>
 #include <string>
+#include <vector>
 
+#include "feature/CSignDataSFM.h"
+#include "signature/CAudioSignMulti.h"
 #include "tests/signature/OlderStreams.h"
 #include "tests/support/ThrownText.h"
 
@@ -40,8 +43,6 @@ TEST(WholeStream, WritesGoldensAndRoundTripsByteIdentical) {
     SCOPED_TRACE(bytes.size());
     std::istringstream in(bytes);
     CWholeStream read(in, nullptr);
-    EXPECT_EQ(read.getStreamVersion(), 5);
-    EXPECT_TRUE(read.getKey().empty());
     EXPECT_EQ(hexText(written(read)), hexText(bytes));
   }
   // 5 and 64 read alike and the word is kept; the writer always writes 5. 6 to 63 are refused;
@@ -86,12 +87,9 @@ TEST(WholeStream, SignsAndVerifiesThroughTheHook) {
   stream.setHook(&hook);
   const std::string bytes = written(stream);
   EXPECT_EQ(hexText(bytes), hexText(hexBytes(kSignedStream)));
-  EXPECT_EQ(bytes.substr(17, 4), ToyHook::sign(hexString(kCuidBlock), "key1"));
   std::istringstream in(bytes);
   CWholeStream read(in, &hook);
   EXPECT_EQ(read.frameCount(), 1u);
-  EXPECT_EQ(read.getKeyKind(), '1');
-  EXPECT_EQ(std::string(read.getKey().begin(), read.getKey().end()), "key1");
   read.setHook(&hook);
   EXPECT_EQ(written(read), bytes);
   // Without a hook the header is read and nothing more: no frames, no error.
@@ -115,53 +113,44 @@ TEST(WholeStream, VerificationAndWriterFailures) {
   std::string tampered = golden;
   tampered[35] = 0x16;
   const std::string longPayload = hexString(kCuidBlock) + "\x05";  // a byte behind the block
-  struct Case {
-    const char* name;
-    std::string bytes, expected;
-    ToyHook hook;
+  const char* keyMismatch = "veryfication key dosn't fit to encryption key!";
+  const char* failed = "signature failed security verification";
+  const struct {
+    std::string bytes, hookKey;
+    int verifyInitResult;
+    const char* expected;
   } cases[] = {
-      {"other key", golden, "veryfication key dosn't fit to encryption key!", {}},
-      {"longer hook key", golden, "veryfication key dosn't fit to encryption key!", {}},
+      {golden, "kez1", 0, keyMismatch},
+      {golden, "key12", 0, keyMismatch},
       // Only the hook's 3 bytes are compared; the digest then covers "key", not "key1".
-      {"hook key a prefix", golden, "signature failed security verification", {}},
-      {"second answer 0", golden, "", {}},
-      {"verifyInit fails",
-       golden,
-       "cannot initialise rsa checking! Make sure you have the full lib!",
-       {}},
-      {"tampered payload", tampered, "signature failed security verification", {}},
-      {"payload cut", golden.substr(0, golden.size() - 1), "file parsing error!", {}},
-      {"payload not one block",
-       hexString("4F525646 00000005 1C 0B 31 04 6B657931 04") + ToyHook::sign(longPayload, "key1") +
+      {golden, "key", 0, failed},
+      {golden, "key1", 1, "cannot initialise rsa checking! Make sure you have the full lib!"},
+      {tampered, "key1", 0, failed},
+      {golden.substr(0, golden.size() - 1), "key1", 0, "file parsing error!"},
+      {hexString("4F525646 00000005 1C 0B 31 04 6B657931 04") + ToyHook::sign(longPayload, "key1") +
            longPayload,
-       "file parsing error!",
-       {}},
-      {"header sizes disagree",
-       hexString("4F525646 00000005 1B 0C") + golden.substr(10),
-       "stream mismatch!",
-       {}},
-      {"key cut", golden.substr(0, 14), "stream mismatch!", {}},
+       "key1", 0, "file parsing error!"},
+      {hexString("4F525646 00000005 1B 0C") + golden.substr(10), "key1", 0, "stream mismatch!"},
+      {golden.substr(0, 14), "key1", 0, "stream mismatch!"},
   };
-  cases[0].hook.verificationKey = "kez1";
-  cases[1].hook.verificationKey = "key12";
-  cases[2].hook.verificationKey = "key";
-  cases[3].hook.verificationKeyAnswers = {5, 0};  // lengths differ, then the second answer is 0
-  cases[4].hook.verifyInitResult = 1;
-  for (Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(hexText(c.bytes));
+    ToyHook hook;
+    hook.verificationKey = c.hookKey;
+    hook.verifyInitResult = c.verifyInitResult;
     std::istringstream in(c.bytes);
-    unsigned frames = 7;
-    EXPECT_EQ(thrownText([&] { frames = CWholeStream(in, &c.hook).frameCount(); }), c.expected);
-    if (c.expected.empty()) {
-      EXPECT_EQ(frames, 0u);
-    }
+    EXPECT_EQ(thrownText([&] { CWholeStream stream(in, &hook); }), c.expected);
   }
+  // Key lengths differ, and the second answer is 0: no frames, no failure.
+  ToyHook hook;
+  hook.verificationKeyAnswers = {5, 0};
+  std::istringstream in(golden);
+  EXPECT_EQ(CWholeStream(in, &hook).frameCount(), 0u);
 
   CWholeStream stream;
   std::ostringstream out;
   EXPECT_EQ(thrownText([&] { stream.writeStream(out); }), "no data to write!");
   storeBigEndian32(stream.addNewFrame(4, "Cuid", 4), 21);
-  ToyHook hook;
   stream.setHook(&hook);
   hook.signInitResult = -1;
   EXPECT_EQ(thrownText([&] { stream.writeStream(out); }),
@@ -169,6 +158,105 @@ TEST(WholeStream, VerificationAndWriterFailures) {
   hook.signInitResult = 0;
   hook.signFinalResult = 1;
   EXPECT_EQ(thrownText([&] { stream.writeStream(out); }), "encryption failed!");
+}
+
+// Streams of the older chunk form are read and written back in the current form.
+
+// The "FeatObj" frame the float chunk becomes: feature stream version 2, id 1, "SFM", "flt",
+// the map lf 1000, sr 3, uf 4000, vad 1, then the matrix.
+const std::string kFeatObj =
+    "07466561744F626A56000200010353464D03666C7405506172616D0103696E7404026C6604000003E8"
+    "0273720400000003027566 0400000FA0037661640400000001 03" +
+    kOlderMat;
+const char kCuid21[] = "04 43756964 04 00000015";
+
+TEST(WholeStreamOlderForm, ReadsEveryVersionAndWritesTheCurrentForm) {
+  // With "META" read: "TIT2" = "abc" first.
+  const std::string withMeta =
+      "4F52564600000005 8107 00 4D455441 8100 0454495432 03616263" + kFeatObj;
+  const std::string tuid7 = "0454756964 08 0000000000000007" + std::string(kCuid21);
+  const std::string tuidFE = "0454756964 08 FFFFFFFFFFFFFFFE" + std::string(kCuid21);
+  const struct {
+    const char* name;
+    std::string older;
+    int version;
+    std::string current;
+  } cases[] = {
+      {"version 3", "4F52564600000003 53" + kOlderBodyVarint + kOlderTail, 3, withMeta + tuid7},
+      {"version 2", "4F52564600000002 5A" + kOlderBodyWords + kOlderTail, 2, withMeta + tuidFE},
+      {"no version word", "4F5256460000005A" + kOlderBodyWords + kOlderTail, 2, withMeta + tuidFE},
+      // Version 4 ends with the declared body: its "META" chunk is not read.
+      {"version 4", "4F52564600000004 53" + kOlderBodyVarint + kOlderTail, 4,
+       "4F52564600000005 7D 00 4D455441 77" + kFeatObj + tuid7},
+      // "F3C77", no "INFO", "TUID" or "FPAR"; a byte matrix gets the default settings.
+      {"byte matrix",
+       "4F52564600000003 2A 5645525305463343373746454154 1B 44415441"
+       "4D41540A7563687262696E0A0000000100000003010203",
+       3,
+       "4F52564600000005 70 00 4D455441 6A 07466561744F626A49 0002000303 53464D0475636872"
+       "05506172616D0103696E7403026C6604000000FA0273720400000020027566 0400000FA0"
+       "034D41540A7563687262696E0A0000000100000003010203"
+       "0454756964080000000000000000 04437569640400 00004D"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::istringstream in(hexString(c.older));
+    CWholeStream older(in, nullptr);
+    EXPECT_EQ(older.getStreamVersion(), c.version);
+    const std::string current = written(older);
+    EXPECT_EQ(hexText(current), hexText(hexBytes(c.current)));
+  }
+}
+
+TEST(WholeStreamOlderForm, OtherElementTypesGiveNoFeatureFrame) {
+  std::istringstream in(
+      hexString("4F52564600000003 21 46454154 1C 44415441"
+                "4D41540A75696E7462696E0A000000010000000100000009"));
+  EXPECT_EQ(frameIds(CWholeStream(in, nullptr)), (std::vector<std::string>{"Tuid", "Cuid"}));
+}
+
+TEST(WholeStreamOlderForm, SignatureObjectRebuildsTheFeatureClassOfItsId) {
+  // "F1C21" and "F2C21" give an SFM; "F3C21" an ASE, which refuses the name "SFM".
+  for (const char* versionText : {"4631433231", "4632433231", "4633433231"}) {
+    SCOPED_TRACE(versionText);
+    std::string body = kOlderBodyVarint;
+    body.replace(body.find("4631433231"), 10, versionText);
+    std::istringstream in(hexString("4F52564600000003 53" + body));
+    CAudioSignMulti sign;
+    const std::string failure = thrownText([&] { sign.read(in, nullptr); });
+    const bool ase = versionText[3] == '3';
+    EXPECT_EQ(failure, ase ? "CFeatureObject: feature name mismatch" : "");
+    if (!ase) {
+      EXPECT_NE(dynamic_cast<const CSignDataSFM*>(sign.getData()->getFeature("SFM")), nullptr);
+    }
+  }
+}
+
+TEST(WholeStreamOlderForm, SignatureFrameIsVerifiedAndDroppedAndBadStreamsFailWithOneText) {
+  ToyHook hook;
+  hook.verificationKey = "KEY";
+  std::istringstream in(olderSignedStream(olderGoodSignature()));
+  EXPECT_EQ(frameIds(CWholeStream(in, &hook)),
+            (std::vector<std::string>{"FeatObj", "Tuid", "Cuid"}));
+
+  std::string tampered = olderSignedStream(olderGoodSignature());
+  tampered.back() ^= 1;
+  for (const std::string& bytes :
+       {tampered, hexString("4F52564600000003 00"), hexString("4F52564600000003 05 58585858 00"),
+        hexString("4F525646FFFFFFFF 05 58585858 00"),
+        hexString("4F52564600000003 00 4D455441 0C 04 64736967 06 31 03 4B4559 00")}) {
+    SCOPED_TRACE(hexText(bytes.substr(0, 9)));
+    std::istringstream bad(bytes);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(thrownText([&] { CWholeStream stream(bad, &hook); }), "cannot parse wholestream!");
+    testing::internal::GetCapturedStderr();
+  }
+  // A refused version is no failure of the chunk reader, but leaves nothing to convert.
+  CWholeStream stream;
+  std::istringstream current(hexString("4F52564600000005 00"));
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(thrownText([&] { stream.readOlderForm(current); }), "cannot parse wholestream!");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "ERROR stream version not compatible\n");
 }
 
 }  // namespace
