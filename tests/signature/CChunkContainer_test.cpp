@@ -48,11 +48,22 @@ TEST(CChunkContainerTest, AChunkStartingOnTheLastDeclaredByteIsReadAndSized) {
   EXPECT_EQ(chunks.bodySize(), 160u);
 }
 
+TEST(CChunkContainerTest, Id3SizeIsTakenFromBytesSevenToNine) {
+  // Size bytes 00 00 01 01 read as the word 00 01 01 00: 2^14 + 2^7, and 10 bytes more.
+  std::istringstream in(
+      hexString("4F52564600000003 53" + kOlderBodyVarint + "494433 030000 00000101") +
+      std::string(16522, 'x') + "ORVF");
+  CChunkContainer chunks(1, nullptr, nullptr);
+  EXPECT_EQ(chunks.parseStream(in), 5);
+  EXPECT_EQ(chunks.getId3TagSize(), 16522u);
+  EXPECT_EQ(rest(in), "4F 52 56 46");
+}
+
 TEST(CChunkContainerTest, MetaChunksCountTwiceTowardTheDeclaredSize) {
-  // Declared body 127: after the chunk pos is 39; each "META" of 9 frame bytes adds 9 + 9 + 4
-  // (kept), so the fourth reaches 127 and the fifth is left in the stream.
+  // Declared body 106: after the chunk pos is 39; each "META" of 9 frame bytes adds 9 + 9 + 4
+  // (kept), so the third leaves 105, the fourth reaches 127 and the fifth stays in the stream.
   const std::string meta = "4D455441 09 04 54495432 03 616263";
-  std::string hex = "4F525646 00000004 7F 46454154 05 44415441 AB";
+  std::string hex = "4F525646 00000004 6A 46454154 05 44415441 AB";
   for (int i = 0; i < 5; ++i) hex += meta;
   std::istringstream in(hexString(hex));
   CChunkContainer chunks(1, nullptr, nullptr);

@@ -244,6 +244,7 @@ TEST(WholeStreamOlderForm, SignatureFrameIsVerifiedAndDroppedAndBadStreamsFailWi
   for (const std::string& bytes :
        {tampered, hexString("4F52564600000003 00"), hexString("4F52564600000003 05 58585858 00"),
         hexString("4F525646FFFFFFFF 05 58585858 00"),
+        hexString("4F52564600000003 09 46454154 04 44415441"),
         hexString("4F52564600000003 00 4D455441 0C 04 64736967 06 31 03 4B4559 00")}) {
     SCOPED_TRACE(hexText(bytes.substr(0, 9)));
     std::istringstream bad(bytes);
