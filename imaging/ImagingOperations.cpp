@@ -274,7 +274,7 @@ std::vector<const SImagingColumn*> vectorColumns() {
   // The checks cover the processor and the operating system's saving of the wide registers.
   const bool avx2 = avx2Kernels() != nullptr && __builtin_cpu_supports("avx2");
   if (avx2 && avx512Kernels() != nullptr && __builtin_cpu_supports("avx512f") &&
-      __builtin_cpu_supports("avx512bw")) {
+      __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vnni")) {
     columns.push_back(&kAvx512Column);
   }
   if (avx2) columns.push_back(&kAvx2Column);

@@ -1,5 +1,5 @@
 // The inner loops of the vectorised imaging columns, for processors with AVX2 and, wider, with
-// AVX-512F.
+// AVX-512F, AVX-512BW and AVX-512 VNNI.
 //
 // Each kernel does the part of one line that whole vectors cover and says where it stopped;
 // the scalar code of the portable column finishes the line. Lanes are independent pixels (or
@@ -56,7 +56,7 @@ struct SVectorKernels {
 // The AVX2 kernels, or nullptr in a build for another processor family.
 const SVectorKernels* avx2Kernels();
 // The same with the cubic passes and HSV eight doubles wide, for processors that also have
-// AVX-512F and AVX-512BW, or nullptr.
+// AVX-512F, AVX-512BW and AVX-512 VNNI, or nullptr.
 const SVectorKernels* avx512Kernels();
 
 #endif  // ORVANE_IMAGING_VECTORKERNELS_H_
