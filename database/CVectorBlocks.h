@@ -8,8 +8,9 @@
 // of the tiles alone reads nothing else.
 //
 // Blocks are allocated in chunks of kChunkBlocks that never move: adding a vector costs
-// the same at any size of the store, and an empty store holds no memory. Lanes of the last
-// block beyond size() hold zeros or old vectors, never undefined bytes.
+// the same at any size of the store, and an empty store holds no memory. The pages of a
+// chunk are mapped kPopulateBlocks blocks at a time, when the first of them is reached.
+// Lanes of the last block beyond size() hold zeros or old vectors, never undefined bytes.
 #ifndef ORVANE_DATABASE_CVECTORBLOCKS_H_
 #define ORVANE_DATABASE_CVECTORBLOCKS_H_
 
@@ -23,6 +24,8 @@
 class CVectorBlocks {
  public:
   static constexpr uint32_t kChunkBlocks = 256;
+  // Blocks whose memory is asked for at once, ahead of their vectors.
+  static constexpr uint32_t kPopulateBlocks = 64;
 
   CVectorBlocks() = default;
   // Copies hold their own blocks, of the vectors only.
