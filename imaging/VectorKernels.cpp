@@ -375,44 +375,41 @@ ORVANE_AVX512 inline __m512i loadWindows4(const unsigned char* row, const int* f
 }
 
 // Sixteen pixels of cubicLine3Wide, whose neighbours start first[0..15] bytes into the line;
-// the first `samples` samples (rounded up to a multiple of 8) are written from `e` on. A
-// shuffle packs the four neighbours of each channel into a 32-bit lane within each pixel's
-// 128-bit lane (the fourth lane idle); two-vector permutes drop the idle lanes, leaving 16
-// samples per vector in pixel-major order, and each half of those goes through cubicOctet.
+// the first `samples` samples (rounded up to a multiple of 8) are written. A shuffle packs the
+// four neighbours of each channel into a 32-bit lane within each pixel's 128-bit lane (the
+// fourth lane idle); a permute then gathers each group of 8 samples, in pixel-major order, into
+// the low half of a vector, whose integer steps go straight into cubicOctet.
 ORVANE_AVX512 inline void cubicStep16(const unsigned char* row, const int* first, int samples,
                                       const double* wa, const double* wb, const double* wc,
                                       float* out) {
   const __m512i gather = _mm512_broadcast_i32x4(
       _mm_setr_epi8(0, 3, 6, 9, 1, 4, 7, 10, 2, 5, 8, 11, -1, -1, -1, -1));
-  // Sample s of the step is lane 4 (s / 3) + s % 3 of the four vectors taken as one; each
-  // index list picks 16 samples out of two neighbouring vectors.
-  const __m512i pick[3] = {
-      _mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 16, 17, 18, 20),
-      _mm512_setr_epi32(5, 6, 8, 9, 10, 12, 13, 14, 16, 17, 18, 20, 21, 22, 24, 25),
-      _mm512_setr_epi32(10, 12, 13, 14, 16, 17, 18, 20, 21, 22, 24, 25, 26, 28, 29, 30)};
+  // Sample s of the step is lane 4 (s / 3) + s % 3 of the four vectors taken as one. Groups
+  // 0 and 3 start a vector, groups 2 and 5 lie in the second half of one, and groups 1 and 4
+  // span two neighbouring vectors.
+  const __m512i start = _mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 0, 0, 0, 0, 0, 0, 0, 0);
+  const __m512i span = _mm512_setr_epi32(10, 12, 13, 14, 16, 17, 18, 20, 0, 0, 0, 0, 0, 0, 0, 0);
+  const __m512i end = _mm512_setr_epi32(5, 6, 8, 9, 10, 12, 13, 14, 0, 0, 0, 0, 0, 0, 0, 0);
   const __m512i weights[3] = {_mm512_set1_epi32(0x000001FF), _mm512_set1_epi32(0x0001FE01),
                               _mm512_set1_epi32(0x01FD03FF)};
   __m512i quad[4];
   for (int q = 0; q < 4; ++q) {
     quad[q] = _mm512_shuffle_epi8(loadWindows4(row, first + 4 * q), gather);
   }
-  for (int v = 0; v < 3 && 16 * v < samples; ++v) {
-    // As cubicDifferences8 on 16 lanes, each difference one dot product of the four bytes.
-    const __m512i packed = _mm512_permutex2var_epi32(quad[v], pick[v], quad[v + 1]);
-    const __m512i p0 = _mm512_and_si512(packed, _mm512_set1_epi32(255));
+  for (int o = 0; o < 6 && 8 * o < samples; ++o) {
+    const int q = o / 3 * 2;
+    const __m512i packed = o % 3 == 0   ? _mm512_permutexvar_epi32(start, quad[q])
+                           : o % 3 == 1 ? _mm512_permutex2var_epi32(quad[q], span, quad[q + 1])
+                                        : _mm512_permutexvar_epi32(end, quad[q + 1]);
+    // As cubicDifferences8, each difference one dot product of the four bytes.
     __m512i d[3];
     for (int k = 0; k < 3; ++k) {
       d[k] = _mm512_dpbusd_epi32(_mm512_setzero_si512(), packed, weights[k]);
     }
-    const int e = 16 * v;
-    cubicOctet(_mm512_castsi512_si256(p0), _mm512_castsi512_si256(d[0]),
-               _mm512_castsi512_si256(d[1]), _mm512_castsi512_si256(d[2]), wa + e, wb + e, wc + e,
-               out + e);
-    if (e + 8 < samples) {
-      cubicOctet(_mm512_extracti64x4_epi64(p0, 1), _mm512_extracti64x4_epi64(d[0], 1),
-                 _mm512_extracti64x4_epi64(d[1], 1), _mm512_extracti64x4_epi64(d[2], 1),
-                 wa + e + 8, wb + e + 8, wc + e + 8, out + e + 8);
-    }
+    const int e = 8 * o;
+    cubicOctet(_mm512_castsi512_si256(_mm512_and_si512(packed, _mm512_set1_epi32(255))),
+               _mm512_castsi512_si256(d[0]), _mm512_castsi512_si256(d[1]),
+               _mm512_castsi512_si256(d[2]), wa + e, wb + e, wc + e, out + e);
   }
 }
 
