@@ -703,4 +703,57 @@ TEST_F(OrvaneToolTest, MoveKilledHalfWayLeavesEveryPhotoRecordedWhereItIs) {
   fs::remove_all(out);
 }
 
+void sqlExec(const std::string& library, const std::string& statements) {
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(library.c_str(), &db), SQLITE_OK);
+  EXPECT_EQ(sqlite3_exec(db, statements.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
+      << sqlite3_errmsg(db);
+  sqlite3_close(db);
+}
+
+// The rows of a query, a line each.
+std::string sqlRows(const std::string& library, const char* query) {
+  std::string rows;
+  sqlite3* db = nullptr;
+  sqlite3_open(library.c_str(), &db);
+  sqlite3_exec(
+      db, query,
+      [](void* out, int columns, char** values, char**) {
+        std::string& rows = *static_cast<std::string*>(out);
+        for (int i = 0; i < columns; ++i) rows += std::string(values[i] ? values[i] : "") + "|";
+        rows += "\n";
+        return 0;
+      },
+      &rows, nullptr);
+  sqlite3_close(db);
+  return rows;
+}
+
+// The answer, and the photos reported unreadable, do not depend on what is wrong with a chunk.
+TEST_F(OrvaneToolTest, DamagedCacheChunksAreBuiltAgainFromTheSignatures) {
+  makeFolder();
+  index();
+  sqlExec(library, "UPDATE photo SET signature = x'4f52' WHERE path LIKE '%first-q15%'");
+  const SRun fresh = run("dups " + library + " --json");  // stores the cache
+  ASSERT_EQ(fresh.status, 0) << fresh.err;
+  ASSERT_THAT(fresh.err, HasSubstr("1 photos skipped"));
+  const std::string damaged = (dir / "damaged.orvane").string();
+  for (const char* damage : {
+           "UPDATE vectors SET data = substr(data, 1, 100)",
+           "UPDATE vectors SET ids = substr(ids, 1, 7)",
+           "UPDATE vectors SET ids = x'', data = x''",
+           "UPDATE vectors SET ids = CAST(substr(ids, 1, 4) || substr(ids, 1, 16) AS BLOB)",
+           "UPDATE vectors SET unreadable = substr(ids, 1, 4)",
+           "INSERT INTO vectors VALUES (-1, x'01000000', x'', x'')",
+       }) {
+    SCOPED_TRACE(damage);
+    fs::copy_file(library, damaged, fs::copy_options::overwrite_existing);
+    sqlExec(damaged, damage);
+    const SRun dups = run("dups " + damaged + " --json");
+    EXPECT_EQ(dups.out, fresh.out);
+    EXPECT_THAT(dups.err, HasSubstr(photo("copies/first-q15.jpg")));
+    EXPECT_THAT(dups.err, HasSubstr("1 photos skipped"));
+  }
+}
+
 }  // namespace

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <iterator>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <sstream>
@@ -68,8 +70,10 @@ CREATE TRIGGER photo_deleted AFTER DELETE ON photo
 };
 constexpr std::int64_t kLayoutVersion = sizeof kLayoutSteps / sizeof kLayoutSteps[0];
 
-// Ids per chunk of the cache: chunk = id >> kChunkShift.
+// Ids per chunk of the cache: chunk = id >> kChunkShift, ids chunk * kChunkIds to
+// chunk * kChunkIds + kChunkIds - 1 (a multiplication: chunks of damaged files may be negative).
 constexpr int kChunkShift = 12;
+constexpr std::int64_t kChunkIds = std::int64_t{1} << kChunkShift;
 
 // Large pages keep a chunk's blobs on few pages, which reads faster.
 constexpr int kPageSize = 65536;
@@ -96,6 +100,20 @@ std::string failureText(const std::exception_ptr& failure) {
 template <typename T>
 std::string bytesOf(const std::vector<T>& values) {
   return std::string(reinterpret_cast<const char*>(values.data()), values.size() * sizeof(T));
+}
+
+// The words of a chunk's blob while they are ascending ids of the chunk.
+std::vector<std::uint32_t> chunkIds(std::pair<const char*, size_t> blob, std::int64_t chunk) {
+  std::vector<std::uint32_t> ids;
+  for (size_t at = 0; at + sizeof(std::uint32_t) <= blob.second; at += sizeof(std::uint32_t)) {
+    std::uint32_t id;
+    std::memcpy(&id, blob.first + at, sizeof id);
+    if (id == 0 || std::int64_t{id} >> kChunkShift != chunk || (!ids.empty() && id <= ids.back())) {
+      break;
+    }
+    ids.push_back(id);
+  }
+  return ids;
 }
 
 // Added to layout 1 without changing its number: older files get them on first open.
@@ -138,6 +156,8 @@ class Statement {
     if (status != SQLITE_DONE) fail();
     return false;
   }
+  // Ready to step again from the first row, with the same bindings.
+  void reset() { sqlite3_reset(statement); }
   std::int64_t integer(int column) { return sqlite3_column_int64(statement, column); }
   std::string bytes(int column) {
     const void* data = sqlite3_column_blob(statement, column);
@@ -368,26 +388,46 @@ struct CPhotoLibrary::SChunk {
   std::vector<std::pair<SStoredPhoto, std::string>> unreadable;
 };
 
+// One seek on the ids per chunk: a large library is not read through to find them.
+std::vector<std::int64_t> CPhotoLibrary::photoChunks() {
+  std::vector<std::int64_t> chunks;
+  Statement next(db, fileName, "SELECT id FROM photo WHERE id >= ? ORDER BY id LIMIT 1");
+  std::int64_t from = std::numeric_limits<std::int64_t>::min();
+  while (next.bind(1, from).step()) {
+    chunks.push_back(next.integer(0) >> kChunkShift);
+    if (chunks.back() == std::numeric_limits<std::int64_t>::max() >> kChunkShift) break;
+    from = (chunks.back() + 1) * kChunkIds;
+    next.reset();
+  }
+  return chunks;
+}
+
 // The chunks that photos need and the cache lacks, ascending.
 std::vector<std::int64_t> CPhotoLibrary::staleChunks() {
+  std::vector<std::int64_t> stored;
+  {
+    Statement query(db, fileName, "SELECT chunk FROM vectors ORDER BY chunk");
+    while (query.step()) stored.push_back(query.integer(0));
+  }
+  const std::vector<std::int64_t> needed = photoChunks();
   std::vector<std::int64_t> stale;
-  Statement query(db, fileName,
-                  "SELECT DISTINCT id >> 12 FROM photo EXCEPT SELECT chunk FROM vectors "
-                  "ORDER BY 1");
-  while (query.step()) stale.push_back(query.integer(0));
+  std::set_difference(needed.begin(), needed.end(), stored.begin(), stored.end(),
+                      std::back_inserter(stale));
   return stale;
 }
 
 CPhotoLibrary::SChunk CPhotoLibrary::buildChunk(std::int64_t chunk) {
   SChunk built;
   Statement query(db, fileName,
-                  "SELECT id, path, size, mtime, signature FROM photo WHERE id >= ? AND id < ? "
+                  "SELECT id, path, size, mtime, signature FROM photo WHERE id BETWEEN ? AND ? "
                   "ORDER BY id");
-  query.bind(1, chunk << kChunkShift).bind(2, (chunk + 1) << kChunkShift);
+  query.bind(1, chunk * kChunkIds).bind(2, chunk * kChunkIds + (kChunkIds - 1));
   CAudioSignMulti signature;
   while (query.step()) {
     const std::int64_t id = query.integer(0);
     try {
+      // Only an edited file has others; the vectors hold ids as 32-bit words.
+      if (id < 1 || id > INT_MAX) throw std::string("photo id out of range");
       std::istringstream in(query.bytes(4));
       signature.read(in, nullptr);
       built.vectors.addSignature(signature, static_cast<std::uint32_t>(id));
@@ -450,24 +490,35 @@ void CPhotoLibrary::storeVectors(const CPhotoVectors& vectors) {
 }
 
 // Chunks come in id order, so the vectors do too. The triggers drop a chunk whenever a photo
-// of its range changes, so the cache is whole when its chunks hold as many photos (read or
-// unreadable) as the library has; each chunk is then read straight into the vectors. A chunk
-// that does not add up (only a damaged file has one) is built again from the signatures, and so
-// is everything when the cache stays short (another writer between the refresh and the read).
+// of its range changes, so a chunk that is there is current, and the cache is whole when every
+// chunk that holds photos is there; each chunk is then read straight into the vectors. A chunk
+// that does not hold its photos' ids once each, ascending, beside vectors of the right size
+// (only a damaged file has one) is built again from the signatures, and so is everything when
+// the cache stays short (another writer between the refresh and the read). Rows of chunks
+// without photos are passed over; the others must hold as many ids, read or unreadable, as
+// there are photos.
 CPhotoVectors CPhotoLibrary::loadVectors(
     std::vector<std::pair<SStoredPhoto, std::string>>* unreadable) {
   bool whole = false;
+  std::vector<std::int64_t> chunks;
   for (int attempt = 0; attempt < 2 && !whole; ++attempt) {
     if (attempt > 0) {
       commit();
       refreshCache();
     }
     execute("BEGIN");  // one snapshot for the chunks and the photos
-    Statement cached(db, fileName,
-                     "SELECT coalesce(sum(length(ids) + length(unreadable)), 0) FROM vectors");
-    cached.step();
-    whole = hostIsLittleEndian() &&
-            cached.integer(0) == photoCount() * std::int64_t{sizeof(std::uint32_t)};
+    chunks = photoChunks();
+    Statement sizes(db, fileName,
+                    "SELECT chunk, length(ids) + length(unreadable) FROM vectors ORDER BY chunk");
+    size_t found = 0;
+    std::int64_t bytes = 0;
+    while (sizes.step()) {
+      if (!std::binary_search(chunks.begin(), chunks.end(), sizes.integer(0))) continue;
+      ++found;
+      bytes += sizes.integer(1);
+    }
+    whole = hostIsLittleEndian() && found == chunks.size() &&
+            bytes == photoCount() * std::int64_t{sizeof(std::uint32_t)};
   }
   CPhotoVectors vectors;
   vectors.reserve(static_cast<size_t>(photoCount()));
@@ -479,8 +530,7 @@ CPhotoVectors CPhotoLibrary::loadVectors(
     }
   };
   if (!whole) {
-    Statement needed(db, fileName, "SELECT DISTINCT id >> 12 FROM photo ORDER BY 1");
-    while (needed.step()) build(needed.integer(0));
+    for (std::int64_t chunk : chunks) build(chunk);
     commit();
     return vectors;
   }
@@ -491,15 +541,16 @@ CPhotoVectors CPhotoLibrary::loadVectors(
   try {
     while (stored.step()) {
       const std::int64_t chunk = stored.integer(0);
-      const auto [idBytes, idSize] = stored.blob(1);
-      std::vector<std::uint32_t> ids(idSize / sizeof(std::uint32_t));
-      if (!ids.empty()) std::memcpy(ids.data(), idBytes, ids.size() * sizeof(std::uint32_t));
-      const bool valid =
-          idSize % sizeof(std::uint32_t) == 0 &&
-          stored.integer(3) == static_cast<std::int64_t>(ids.size()) * photoBytes &&
-          std::all_of(ids.begin(), ids.end(), [chunk](std::uint32_t id) {
-            return id != 0 && std::int64_t{id} >> kChunkShift == chunk;
-          });
+      if (!std::binary_search(chunks.begin(), chunks.end(), chunk)) continue;
+      const std::vector<std::uint32_t> ids = chunkIds(stored.blob(1), chunk);
+      const std::vector<std::uint32_t> skipped = chunkIds(stored.blob(2), chunk);
+      std::vector<std::uint32_t> both;
+      std::set_intersection(ids.begin(), ids.end(), skipped.begin(), skipped.end(),
+                            std::back_inserter(both));
+      const bool valid = stored.blob(1).second == ids.size() * sizeof(std::uint32_t) &&
+                         stored.blob(2).second == skipped.size() * sizeof(std::uint32_t) &&
+                         both.empty() &&
+                         stored.integer(3) == static_cast<std::int64_t>(ids.size()) * photoBytes;
       if (!valid) {
         build(chunk);
         continue;
@@ -520,12 +571,8 @@ CPhotoVectors CPhotoLibrary::loadVectors(
           offset += bytes;
         }
       }
-      const auto [skipped, skippedSize] = stored.blob(2);
-      for (size_t k = 0; unreadable != nullptr && k + sizeof(std::uint32_t) <= skippedSize;
-           k += sizeof(std::uint32_t)) {
-        std::uint32_t id;
-        std::memcpy(&id, skipped + k, sizeof id);
-        unreadable->push_back({photoOf(id), "signature cannot be read"});
+      for (size_t k = 0; unreadable != nullptr && k < skipped.size(); ++k) {
+        unreadable->push_back({photoOf(skipped[k]), "signature cannot be read"});
       }
     }
   } catch (...) {

@@ -108,6 +108,8 @@ class CPhotoLibrary {
   void checkFormat(Access access);
   void settleInterruptedMoves();
   void upgrade(std::int64_t from);
+  // The chunks that hold photos, ascending.
+  std::vector<std::int64_t> photoChunks();
   std::vector<std::int64_t> staleChunks();
   struct SChunk;
   SChunk buildChunk(std::int64_t chunk);
