@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -754,6 +755,105 @@ TEST_F(OrvaneToolTest, DamagedCacheChunksAreBuiltAgainFromTheSignatures) {
     EXPECT_THAT(dups.err, HasSubstr(photo("copies/first-q15.jpg")));
     EXPECT_THAT(dups.err, HasSubstr("1 photos skipped"));
   }
+}
+
+// Here the memory is an address-space limit, which the tool must heed as well as the free memory.
+TEST_F(OrvaneToolTest, LibraryBeyondTheMemoryIsRefusedBeforeAnyWork) {
+#ifdef ORVANE_SANITIZED
+  GTEST_SKIP() << "the sanitizers reserve more address space than the limit";
+#endif
+  save(scene(1, 400, 300), photos / "one.jpg");
+  index();
+  sqlExec(library,
+          "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 300000) "
+          "INSERT INTO photo (path, size, mtime, signature) SELECT 'p' || i, 1, 1, x'00' FROM n");
+  const std::string before = readFile(library);
+  for (const std::string& command :
+       {"dups " + library, "find " + library + " " + photo("one.jpg")}) {
+    SCOPED_TRACE(command);
+    const std::string err = (dir / "stderr").string();
+    const int raw = std::system(
+        ("ulimit -v 700000; " + std::string(ORVANE_TOOL) + " " + command + " >/dev/null 2>" + err)
+            .c_str());
+    EXPECT_EQ(WEXITSTATUS(raw), 3);
+    EXPECT_THAT(readFile(err), ::testing::MatchesRegex("orvane: " + library +
+                                                       ": searching 300001 photos needs [0-9]+ MB "
+                                                       "of memory, [0-9]+ MB are free\n"));
+  }
+  EXPECT_EQ(readFile(library), before);
+}
+
+// Killed before it moves anything, a dups leaves the photos, the library and the folders as they
+// were, whether it was reading signatures into its cache or searching; the next one answers in
+// full.
+TEST_F(OrvaneToolTest, InterruptedDupsChangesNothing) {
+  // 2000 records of one photo: a second of searching, and every one of them to move.
+  const std::string first = save(scene(1, 400, 300), photos / "photo.jpg");
+  index();
+  for (int i = 1; i < 2000; ++i)
+    fs::create_hard_link(first, photos / ("copy-" + std::to_string(i) + ".jpg"));
+  sqlExec(library,
+          "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 1999) "
+          "INSERT INTO photo (path, size, mtime, signature) SELECT '" +
+              photos.string() + "/copy-' || i || '.jpg', size, mtime, signature FROM photo, n");
+  const SRun full = run("dups " + library + " --json");
+  ASSERT_EQ(full.status, 0) << full.err;
+  const std::string folder = listing(photos);
+  const char* const kRecords =
+      "SELECT id, path, size, mtime, hex(signature) FROM photo; "
+      "SELECT * FROM pending_move";
+  const std::string records = sqlRows(library, kRecords);
+  const std::string out = (dir / "out").string();
+  const std::string page = (dir / "page.html").string();
+  const struct {
+    std::vector<const char*> options;
+    int signal;
+    bool dropCache;
+  } cases[] = {
+      {{}, SIGKILL, true},
+      {{}, SIGINT, false},
+      {{"--move-to", out.c_str()}, SIGINT, true},
+      {{"--move-to", out.c_str()}, SIGKILL, false},
+      {{"--html", page.c_str()}, SIGKILL, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.options.empty() ? "plain" : c.options[0]) + " " +
+                 strsignal(c.signal));
+    if (c.dropCache) sqlExec(library, "DELETE FROM vectors");
+    std::vector<const char*> arguments = {ORVANE_TOOL, "dups", library.c_str()};
+    arguments.insert(arguments.end(), c.options.begin(), c.options.end());
+    arguments.push_back(nullptr);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      freopen("/dev/null", "w", stdout);
+      freopen("/dev/null", "w", stderr);
+      execv(ORVANE_TOOL, const_cast<char* const*>(arguments.data()));
+      _exit(127);
+    }
+    // A third of a second of processor time in: under way however busy the machine is.
+    for (long ticks = 0; ticks < sysconf(_SC_CLK_TCK) / 3;) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+      std::istringstream stat(readFile("/proc/" + std::to_string(child) + "/stat"));
+      std::string pid, name, state, skipped;
+      long user = 0, system = 0;
+      stat >> pid >> name >> state;
+      for (int field = 4; field < 14; ++field) stat >> skipped;
+      if (!(stat >> user >> system) || state == "Z") break;  // it ended
+      ticks = user + system;
+    }
+    kill(child, c.signal);
+    int raw = 0;
+    waitpid(child, &raw, 0);
+    ASSERT_TRUE(WIFSIGNALED(raw)) << "the dups ended before it was interrupted";
+    EXPECT_EQ(WTERMSIG(raw), c.signal);
+    EXPECT_EQ(listing(photos), folder);
+    EXPECT_FALSE(fs::exists(out));
+    EXPECT_FALSE(fs::exists(page));
+    EXPECT_EQ(sqlRows(library, kRecords), records);
+  }
+  const SRun again = run("dups " + library + " --json");
+  EXPECT_EQ(again.out, full.out);
 }
 
 }  // namespace

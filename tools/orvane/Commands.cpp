@@ -1,12 +1,16 @@
 #include "tools/orvane/Commands.h"
 
 #include <orvane.h>
+#include <sys/resource.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <sstream>
 #include <unordered_map>
 
@@ -29,16 +33,30 @@ namespace {
 
 using Json = nlohmann::json;
 
-// Bytes of memory the system can still give, or 0 when it does not say.
-std::uint64_t availableMemory() {
-  std::ifstream meminfo("/proc/meminfo");
-  std::string key;
+// The kilobytes that a "/proc" status file gives under key, or nothing.
+std::optional<std::uint64_t> kilobytesOf(const char* file, const std::string& key) {
+  std::ifstream status(file);
+  std::string name;
   std::uint64_t kilobytes = 0;
-  while (meminfo >> key >> kilobytes) {
-    if (key == "MemAvailable:") return kilobytes * 1024;
-    meminfo.ignore(256, '\n');
+  while (status >> name) {
+    if (name == key && status >> kilobytes) return kilobytes;
+    status.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
   }
-  return 0;
+  return std::nullopt;
+}
+
+// Bytes of memory the tool can still take: what the system has free, and no more than its
+// address-space limit (ulimit -v) leaves beside what it holds; nothing when neither says.
+std::optional<std::uint64_t> availableMemory() {
+  std::optional<std::uint64_t> available;
+  if (const auto free = kilobytesOf("/proc/meminfo", "MemAvailable:")) available = *free << 10;
+  rlimit limit{};
+  const auto held = kilobytesOf("/proc/self/status", "VmSize:");
+  if (getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY && held) {
+    const std::uint64_t left = limit.rlim_cur > (*held << 10) ? limit.rlim_cur - (*held << 10) : 0;
+    available = std::min(available.value_or(left), left);
+  }
+  return available;
 }
 
 // Every photo of the library in a search engine, refused before any work when it cannot fit
@@ -46,11 +64,11 @@ std::uint64_t availableMemory() {
 std::unique_ptr<CSearchEngine> openEngine(CPhotoLibrary& library, unsigned jobs) {
   const auto photos = static_cast<std::uint64_t>(library.photoCount());
   const std::uint64_t needed = photos * CSearchEngine::memoryPerPhoto();
-  const std::uint64_t available = availableMemory();
-  if (available > 0 && needed > available) {
+  const std::optional<std::uint64_t> available = availableMemory();
+  if (available && needed > *available) {
     throw CToolError(library.file(), "searching " + std::to_string(photos) + " photos needs " +
                                          std::to_string(needed >> 20) + " MB of memory, " +
-                                         std::to_string(available >> 20) + " MB are free");
+                                         std::to_string(*available >> 20) + " MB are free");
   }
   std::vector<std::pair<SStoredPhoto, std::string>> unreadable;
   auto engine = std::make_unique<CSearchEngine>(library.loadVectors(&unreadable), jobs);
