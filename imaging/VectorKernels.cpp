@@ -308,15 +308,23 @@ ORVANE_AVX2 void cubicSamples(const int32_t* packed, int count, const double* wa
   }
 }
 
-// Eight samples of the horizontal cubic from their integer parts, eight doubles wide.
+// Eight samples of the horizontal cubic from p0 and the differences, eight doubles wide:
+// float(p0 + d3 c + d2 b + d1 a), left to right.
+ORVANE_AVX512 inline void cubicOctetOf(__m512d p0, __m512d d1, __m512d d2, __m512d d3,
+                                       const double* wa, const double* wb, const double* wc,
+                                       float* out) {
+  __m512d sum = _mm512_add_pd(p0, _mm512_mul_pd(d3, _mm512_loadu_pd(wc)));
+  sum = _mm512_add_pd(sum, _mm512_mul_pd(d2, _mm512_loadu_pd(wb)));
+  sum = _mm512_add_pd(sum, _mm512_mul_pd(d1, _mm512_loadu_pd(wa)));
+  _mm256_storeu_ps(out, _mm512_cvtpd_ps(sum));
+}
+
+// The same from the integers.
 ORVANE_AVX512 inline void cubicOctet(__m256i p0, __m256i d1, __m256i d2, __m256i d3,
                                      const double* wa, const double* wb, const double* wc,
                                      float* out) {
-  __m512d sum =
-      _mm512_add_pd(_mm512_cvtepi32_pd(p0), _mm512_mul_pd(_mm512_cvtepi32_pd(d3), _mm512_loadu_pd(wc)));
-  sum = _mm512_add_pd(sum, _mm512_mul_pd(_mm512_cvtepi32_pd(d2), _mm512_loadu_pd(wb)));
-  sum = _mm512_add_pd(sum, _mm512_mul_pd(_mm512_cvtepi32_pd(d1), _mm512_loadu_pd(wa)));
-  _mm256_storeu_ps(out, _mm512_cvtpd_ps(sum));
+  cubicOctetOf(_mm512_cvtepi32_pd(p0), _mm512_cvtepi32_pd(d1), _mm512_cvtepi32_pd(d2),
+               _mm512_cvtepi32_pd(d3), wa, wb, wc, out);
 }
 
 // The same as cubicSamples, eight doubles wide.
@@ -378,7 +386,10 @@ ORVANE_AVX512 inline __m512i loadWindows4(const unsigned char* row, const int* f
 // the first `samples` samples (rounded up to a multiple of 8) are written. A shuffle packs the
 // four neighbours of each channel into a 32-bit lane within each pixel's 128-bit lane (the
 // fourth lane idle); a permute then gathers each group of 8 samples, in pixel-major order, into
-// the low half of a vector, whose integer steps go straight into cubicOctet.
+// the low 32 bits of the 64-bit lanes of a vector. There the dot products of the four bytes
+// (p0 and the differences of cubicDifferences8) are added to the bits of the double
+// 2^52 + 2048, whose last 32 bits hold integers exactly: subtracting 2^52 + 2048 leaves each
+// as a double, exact, without a conversion.
 ORVANE_AVX512 inline void cubicStep16(const unsigned char* row, const int* first, int samples,
                                       const double* wa, const double* wb, const double* wc,
                                       float* out) {
@@ -386,12 +397,15 @@ ORVANE_AVX512 inline void cubicStep16(const unsigned char* row, const int* first
       _mm_setr_epi8(0, 3, 6, 9, 1, 4, 7, 10, 2, 5, 8, 11, -1, -1, -1, -1));
   // Sample s of the step is lane 4 (s / 3) + s % 3 of the four vectors taken as one. Groups
   // 0 and 3 start a vector, groups 2 and 5 lie in the second half of one, and groups 1 and 4
-  // span two neighbouring vectors.
-  const __m512i start = _mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 0, 0, 0, 0, 0, 0, 0, 0);
-  const __m512i span = _mm512_setr_epi32(10, 12, 13, 14, 16, 17, 18, 20, 0, 0, 0, 0, 0, 0, 0, 0);
-  const __m512i end = _mm512_setr_epi32(5, 6, 8, 9, 10, 12, 13, 14, 0, 0, 0, 0, 0, 0, 0, 0);
-  const __m512i weights[3] = {_mm512_set1_epi32(0x000001FF), _mm512_set1_epi32(0x0001FE01),
-                              _mm512_set1_epi32(0x01FD03FF)};
+  // span two neighbouring vectors. The weights of the upper 32 bits are 0.
+  const __m512i start = _mm512_setr_epi32(0, 0, 1, 0, 2, 0, 4, 0, 5, 0, 6, 0, 8, 0, 9, 0);
+  const __m512i span = _mm512_setr_epi32(10, 0, 12, 0, 13, 0, 14, 0, 16, 0, 17, 0, 18, 0, 20, 0);
+  const __m512i end = _mm512_setr_epi32(5, 0, 6, 0, 8, 0, 9, 0, 10, 0, 12, 0, 13, 0, 14, 0);
+  const __m512i weights[4] = {
+      _mm512_set1_epi64(0x00000001), _mm512_set1_epi64(0x000001FF), _mm512_set1_epi64(0x0001FE01),
+      _mm512_set1_epi64(0x01FD03FF)};
+  const __m512i magic = _mm512_set1_epi64(0x4330000000000800);
+  const __m512d offset = _mm512_set1_pd(4503599627372544.0);
   __m512i quad[4];
   for (int q = 0; q < 4; ++q) {
     quad[q] = _mm512_shuffle_epi8(loadWindows4(row, first + 4 * q), gather);
@@ -401,15 +415,13 @@ ORVANE_AVX512 inline void cubicStep16(const unsigned char* row, const int* first
     const __m512i packed = o % 3 == 0   ? _mm512_permutexvar_epi32(start, quad[q])
                            : o % 3 == 1 ? _mm512_permutex2var_epi32(quad[q], span, quad[q + 1])
                                         : _mm512_permutexvar_epi32(end, quad[q + 1]);
-    // As cubicDifferences8, each difference one dot product of the four bytes.
-    __m512i d[3];
-    for (int k = 0; k < 3; ++k) {
-      d[k] = _mm512_dpbusd_epi32(_mm512_setzero_si512(), packed, weights[k]);
+    __m512d d[4];
+    for (int k = 0; k < 4; ++k) {
+      d[k] = _mm512_sub_pd(_mm512_castsi512_pd(_mm512_dpbusd_epi32(magic, packed, weights[k])),
+                           offset);
     }
     const int e = 8 * o;
-    cubicOctet(_mm512_castsi512_si256(_mm512_and_si512(packed, _mm512_set1_epi32(255))),
-               _mm512_castsi512_si256(d[0]), _mm512_castsi512_si256(d[1]),
-               _mm512_castsi512_si256(d[2]), wa + e, wb + e, wc + e, out + e);
+    cubicOctetOf(d[0], d[1], d[2], d[3], wa + e, wb + e, wc + e, out + e);
   }
 }
 
