@@ -192,6 +192,44 @@ ORVANE_AVX2 int hsvLine(const unsigned char* src, unsigned char* dst, int width)
   return x;
 }
 
+// The mask of the bytes of the next min(left, 16) pixels of a line.
+inline __mmask64 lineBytes16(int left) {
+  return left >= 16 ? (1ull << 48) - 1 : (1ull << (3 * left)) - 1;
+}
+
+// r, g, b of 16 pixels as 32-bit lanes, from the bytes of `bytes` only: pixels 4 k .. 4 k + 3
+// (dwords 3 k .. 3 k + 2) go into 128-bit lane k, then byte 3 p + c of a lane to lane p of
+// channel c.
+ORVANE_AVX512 inline void loadRgb16(const unsigned char* s, __mmask64 bytes, __m512i& r,
+                                    __m512i& g, __m512i& b) {
+  const __m512i spread = _mm512_setr_epi32(0, 1, 2, 0, 3, 4, 5, 0, 6, 7, 8, 0, 9, 10, 11, 0);
+  const __m512i red = _mm512_broadcast_i32x4(
+      _mm_setr_epi8(0, -1, -1, -1, 3, -1, -1, -1, 6, -1, -1, -1, 9, -1, -1, -1));
+  const __m512i one = _mm512_set1_epi32(1);
+  const __m512i rgb = _mm512_permutexvar_epi32(spread, _mm512_maskz_loadu_epi8(bytes, s));
+  r = _mm512_shuffle_epi8(rgb, red);
+  g = _mm512_shuffle_epi8(rgb, _mm512_add_epi8(red, one));
+  b = _mm512_shuffle_epi8(rgb, _mm512_add_epi8(red, _mm512_add_epi32(one, one)));
+}
+
+// The same as grayLine, sixteen pixels a step; the last, partial step loads and stores only the
+// line's bytes.
+ORVANE_AVX512 int grayLineWide(const unsigned char* src, unsigned char* dst, int width) {
+  for (int x = 0; x < width; x += 16) {
+    const int left = width - x;
+    __m512i r, g, b;
+    loadRgb16(src + 3 * x, lineBytes16(left), r, g, b);
+    const __m512i sum = _mm512_add_epi32(
+        _mm512_add_epi32(_mm512_mullo_epi32(r, _mm512_set1_epi32(1225)),
+                         _mm512_mullo_epi32(g, _mm512_set1_epi32(2404))),
+        _mm512_mullo_epi32(b, _mm512_set1_epi32(467)));
+    const __mmask64 pixels = left >= 16 ? 0xFFFF : (1ull << left) - 1;
+    _mm512_mask_storeu_epi8(dst + x, pixels,
+                            _mm512_castsi128_si512(_mm512_cvtepi32_epi8(_mm512_srli_epi32(sum, 12))));
+  }
+  return width;
+}
+
 // The hue of eight pixels, eight doubles wide, from the lanes of SHsvInputs (see hue4).
 ORVANE_AVX512 inline __m256i hue8(__m256i diff, __m256i offset, __m256i first, __m256i second) {
   const __m512d k255 = _mm512_set1_pd(255.0);
@@ -220,11 +258,6 @@ ORVANE_AVX512 inline __m512i hue16(__m512i diff, __m512i offset, __m512i first, 
 // formed as in hsvInputs8 and the saturation as in saturation8, on 16 lanes. The last, partial
 // step loads and stores only the line's bytes.
 ORVANE_AVX512 int hsvLineWide(const unsigned char* src, unsigned char* dst, int width) {
-  // Pixels 4 k .. 4 k + 3 (dwords 3 k .. 3 k + 2) into 128-bit lane k; then byte 3 p + c of a
-  // lane to 32-bit lane p of channel c.
-  const __m512i spread = _mm512_setr_epi32(0, 1, 2, 0, 3, 4, 5, 0, 6, 7, 8, 0, 9, 10, 11, 0);
-  const __m512i red = _mm512_broadcast_i32x4(
-      _mm_setr_epi8(0, -1, -1, -1, 3, -1, -1, -1, 6, -1, -1, -1, 9, -1, -1, -1));
   const __m512i one = _mm512_set1_epi32(1);
   const __m512i zero = _mm512_setzero_si512();
   // Bytes h, s, v of each 32-bit lane, 12 per 128-bit lane, then the lanes joined.
@@ -232,13 +265,9 @@ ORVANE_AVX512 int hsvLineWide(const unsigned char* src, unsigned char* dst, int 
       _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
   const __m512i join = _mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 0, 0, 0, 0);
   for (int x = 0; x < width; x += 16) {
-    const int n = width - x < 16 ? width - x : 16;
-    const __mmask64 bytes = n == 16 ? (1ull << 48) - 1 : (1ull << (3 * n)) - 1;
-    const __m512i rgb =
-        _mm512_permutexvar_epi32(spread, _mm512_maskz_loadu_epi8(bytes, src + 3 * x));
-    const __m512i r = _mm512_shuffle_epi8(rgb, red);
-    const __m512i g = _mm512_shuffle_epi8(rgb, _mm512_add_epi8(red, one));
-    const __m512i b = _mm512_shuffle_epi8(rgb, _mm512_add_epi8(red, _mm512_add_epi32(one, one)));
+    const __mmask64 bytes = lineBytes16(width - x);
+    __m512i r, g, b;
+    loadRgb16(src + 3 * x, bytes, r, g, b);
     const __m512i v = _mm512_max_epi32(_mm512_max_epi32(r, g), b);
     const __m512i diff = _mm512_sub_epi32(v, _mm512_min_epi32(_mm512_min_epi32(r, g), b));
     const __mmask16 grey = _mm512_cmpeq_epi32_mask(diff, zero);
@@ -635,7 +664,7 @@ ORVANE_AVX2 int countAtLeast(const unsigned char* src, int srcStep, int width, i
 
 const SVectorKernels kAvx2 = {swapLine,   grayLine, hsvLine,      countAtLeast,
                               cubicLine3, packRow1, cubicSamples, cubicColumns};
-const SVectorKernels kAvx512 = {swapLine,       grayLine, hsvLineWide,      countAtLeast,
+const SVectorKernels kAvx512 = {swapLine,       grayLineWide, hsvLineWide,      countAtLeast,
                                 cubicLine3Wide, packRow1, cubicSamplesWide, cubicColumnsWide};
 
 }  // namespace
