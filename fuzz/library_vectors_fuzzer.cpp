@@ -1,12 +1,14 @@
-// Arbitrary bytes as one chunk of a library file's vectors cache: a small library is written
-// once; each input replaces one chunk row, and the library's vectors are read back and searched.
-// The only failure that may come out is the tool's own error. A chunk that is taken as it is
-// must not repeat a photo; the photos of the other chunks must read as they were stored.
+// Arbitrary bytes as one chunk of a library file's vectors cache, or as a photo's stored
+// signature: a small library is written once; each input replaces one chunk row or one
+// signature, and the library's vectors are read back and searched. The only failure that may
+// come out is the tool's own error. A chunk that is taken as it is must not repeat a photo; the
+// photos of the other chunks must read as they were stored.
 //
 // Input: byte 0 picks the chunk (bits 0-1: 0, 1, 2 or -1; only 0 and 1 hold photos) and,
 // with bit 2, stretches the data to the length the ids call for, so that well-formed chunks
 // of nonsense floats are reached too; bytes 1-2 and 3-4 (little-endian) are the lengths of
-// the ids and the unreadable ids; the rest is the data.
+// the ids and the unreadable ids; the rest is the data. With bit 3 of byte 0, the data is
+// instead the signature of photo 4, whose chunk 0 is then built again from the signatures.
 #include <sqlite3.h>
 #include <unistd.h>
 
@@ -115,8 +117,9 @@ const float* storedVector(const CPhotoVectors& vectors, size_t group, std::uint3
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 5 || size > kMaxInput) return 0;
   const SFixture& f = fixture();
-  const std::int64_t chunk = kChunks[data[0] & 3];
-  const bool stretch = (data[0] & 4) != 0;
+  const bool signature = (data[0] & 8) != 0;
+  const std::int64_t chunk = signature ? 0 : kChunks[data[0] & 3];
+  const bool stretch = !signature && (data[0] & 4) != 0;
   const size_t idSize = std::min(field(data, 1), size - 5);
   const size_t unreadableSize = std::min(field(data, 3), size - 5 - idSize);
   const std::string ids(reinterpret_cast<const char*>(data) + 5, idSize);
@@ -135,11 +138,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   {
     sqlite3* db = nullptr;
     sqlite3_stmt* put = nullptr;
+    const char* const change =
+        signature ? "UPDATE photo SET signature = ?3 WHERE id = 4"
+                  : "INSERT OR REPLACE INTO vectors (chunk, ids, data, unreadable) "
+                    "VALUES (?1, ?2, ?3, ?4)";
     if (sqlite3_open(f.file.c_str(), &db) != SQLITE_OK ||
-        sqlite3_prepare_v2(db,
-                           "INSERT OR REPLACE INTO vectors (chunk, ids, data, unreadable) "
-                           "VALUES (?, ?, ?, ?)",
-                           -1, &put, nullptr) != SQLITE_OK) {
+        sqlite3_prepare_v2(db, change, -1, &put, nullptr) != SQLITE_OK) {
       std::abort();
     }
     sqlite3_bind_int64(put, 1, chunk);
