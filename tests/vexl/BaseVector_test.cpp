@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/ExpectVEXL.h"
-#include "tests/support/HexBytes.h"
 
 namespace {
 
@@ -30,16 +29,6 @@ TEST(HeapVectorTest, ResizeReallocatesOnlyWhenGrowingAndCopiesAreDeep) {
   const HeapVector<unsigned char> copy = v;
   EXPECT_NE(copy.m_data, v.m_data);
   EXPECT_EQ(copy.m_data[2], 9);
-}
-
-TEST(VEXLExceptionTest, WhatIsOnlyTheMessageAlsoThroughStdException) {
-  const VEXLException e("no matrix in buffer", "vexl/heap_matrix", 499);
-  ExpectVEXL([&] { throw VEXLException(e); }, "no matrix in buffer", "vexl/heap_matrix", 499);
-  try {
-    throw e;
-  } catch (const std::exception& caught) {
-    EXPECT_STREQ(caught.what(), "no matrix in buffer");
-  }
 }
 
 }  // namespace
