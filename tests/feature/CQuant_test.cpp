@@ -37,21 +37,34 @@ int IntegerThrown(F f) {
   return 0;
 }
 
-TEST(CQuantTest, LinearEdges) {
-  const CQuant q(0.0f, 1.0f, 256, false);
-  EXPECT_EQ(q.m_step, 1.0f / 256);
+TEST(CQuantTest, EachCurveAtItsEdgesAndInside) {
+  const CQuant lin(0.0f, 1.0f, 256, false), linExact(0.0f, 1.0f, 256, true);
+  const CQuant_log log(-9.0f, -1.0f, 256, false), logExact(-9.0f, -1.0f, 256, true);
+  const CQuant_sin sin(0.0f, 1.0f, 256, false);
+  const CQuant_sin sinExact(0.0f, 1.0f, 256, true);  // exactMin does not change the multiplier
   const float nan = std::numeric_limits<float>::quiet_NaN();
-  const float in[] = {0.0f, 0.5f, 1.0f, 7.0f, -7.0f, nan, 0.99999994f};
-  const unsigned char expected[] = {0, 128, 255, 255, 0, 0, 255};
-  for (int i = 0; i < 7; ++i) EXPECT_EQ(Q(q, in[i]), expected[i]) << in[i];
-  EXPECT_EQ(D(q, 255), 0.998046875f);
-  EXPECT_EQ(D(q, 0), 0.001953125f);
-
-  const CQuant exact(0.0f, 1.0f, 256, true);
-  EXPECT_EQ(exact.m_step, 1.0f / 255);
-  EXPECT_EQ(D(exact, 0), 0.0f);
-  EXPECT_EQ(D(exact, 1), static_cast<float>(1.5 * static_cast<double>(1.0f / 255)));
-  EXPECT_EQ(Q(exact, 0.5f), 127);  // floor(0.5 * 255.00000x)
+  const float inf = std::numeric_limits<float>::infinity();
+  const struct { const CQuant* q; float x; int index; } quantised[] = {
+      {&lin, 0.0f, 0}, {&lin, 0.5f, 128}, {&lin, 1.0f, 255}, {&lin, 7.0f, 255}, {&lin, -7.0f, 0},
+      {&lin, nan, 0}, {&lin, 0.99999994f, 255},
+      {&linExact, 0.5f, 127},  // floor(0.5 * 255.00000x)
+      {&log, 0.0f, 0}, {&log, -1.0f, 0}, {&log, 1e-9f, 0}, {&log, -inf, 0},
+      {&log, 1e-5f, 128},  // log10 -5 lies 4 of 8 decades up
+      {&log, 0.5f, 255},
+      {&sinExact, 0.5f, 127},  // sin^2(pi/4) is 0.49999999999999989 in double
+      {&sinExact, 0.25f, 37}, {&sinExact, 1.0f, 255},
+  };
+  for (const auto& c : quantised) EXPECT_EQ(Q(*c.q, c.x), c.index) << c.x;
+  const struct { const CQuant* q; unsigned char index; float value; } values[] = {
+      {&lin, 255, 0.998046875f}, {&lin, 0, 0.001953125f}, {&linExact, 0, 0.0f},
+      {&linExact, 1, static_cast<float>(1.5 * static_cast<double>(1.0f / 255))},
+      {&log, 0, static_cast<float>(std::pow(10.0, -9 + 0.5 * 0.03125))},
+      {&logExact, 0, static_cast<float>(1e-9)},  // index 0 is 10^m_min
+      {&sinExact, 0, 0.0f},
+      {&sin, 128,
+       static_cast<float>(std::asin(std::sqrt(128.5 / 256)) * (2.0 / 3.14159265358979323846))},
+  };
+  for (const auto& c : values) EXPECT_EQ(D(*c.q, c.index), c.value) << int{c.index};
 }
 
 TEST(CQuantTest, ConstructorsAndRangeChecksThrowIntegers) {
@@ -66,31 +79,6 @@ TEST(CQuantTest, ConstructorsAndRangeChecksThrowIntegers) {
   const CQuant one(0.0f, 1.0f, 1, true);
   EXPECT_TRUE(std::isinf(one.m_step));
   EXPECT_EQ(Q(one, 0.5f), 0);
-}
-
-TEST(CQuantTest, LogarithmicClipsBeforeTheLogarithm) {
-  const CQuant_log q(-9.0f, -1.0f, 256, false);
-  EXPECT_EQ(q.m_step, 8.0f / 256);
-  for (float x : {0.0f, -1.0f, 1e-9f, -std::numeric_limits<float>::infinity()}) {
-    SCOPED_TRACE(x);
-    EXPECT_EQ(Q(q, x), 0);
-  }
-  EXPECT_EQ(Q(q, 1e-5f), 128);  // log10 -5 lies 4 of 8 decades up
-  EXPECT_EQ(Q(q, 0.5f), 255);
-  EXPECT_EQ(D(q, 0), static_cast<float>(std::pow(10.0, -9 + 0.5 * 0.03125)));
-  const CQuant_log exact(-9.0f, -1.0f, 256, true);
-  EXPECT_EQ(D(exact, 0), static_cast<float>(1e-9)) << "index 0 is 10^m_min";
-}
-
-TEST(CQuantTest, SineSquared) {
-  const CQuant_sin q(0.0f, 1.0f, 256, true);  // exactMin does not change the multiplier
-  EXPECT_EQ(Q(q, 0.5f), 127);  // sin^2(pi/4) is 0.49999999999999989 in double
-  EXPECT_EQ(Q(q, 0.25f), 37);                  // 256 * 0.1464466
-  EXPECT_EQ(Q(q, 1.0f), 255);
-  EXPECT_EQ(D(q, 0), 0.0f);
-  const CQuant_sin plain(0.0f, 1.0f, 256, false);
-  EXPECT_EQ(D(plain, 128),
-            static_cast<float>(std::asin(std::sqrt(128.5 / 256)) * (2.0 / 3.14159265358979323846)));
 }
 
 TEST(CQuantTest, EveryCurveQuantisesItsOwnCellCentresBack) {
@@ -110,12 +98,9 @@ TEST(CQuantTest, EveryCurveQuantisesItsOwnCellCentresBack) {
 
 TEST(CQuantPolynomialTest, CoefficientsAndMonotonyCheck) {
   const CQuant_polynomial line(0.0f, 1.0f, 256, false, 1.0f, 1.0f);
-  EXPECT_EQ(line.m_cubic, 0.0f);
-  EXPECT_EQ(line.m_quadratic, 0.0f);
-  EXPECT_EQ(line.m_linear, 1.0f);
+  EXPECT_TRUE(line.m_cubic == 0.0f && line.m_quadratic == 0.0f && line.m_linear == 1.0f);
   const CQuant_polynomial flatEnds(0.0f, 1.0f, 256, false, 0.0f, 0.0f);  // 3t^2 - 2t^3
-  EXPECT_EQ(flatEnds.m_cubic, -2.0f);
-  EXPECT_EQ(flatEnds.m_quadratic, 3.0f);
+  EXPECT_TRUE(flatEnds.m_cubic == -2.0f && flatEnds.m_quadratic == 3.0f);
   EXPECT_EQ(flatEnds.GetRisingAtOne(), 0.0f);
   EXPECT_EQ(CQuant(0.0f, 1.0f, 2, false).GetRisingAtOne(), 1.0f);
   EXPECT_EQ(thrownText([] { CQuant_polynomial(0.0f, 1.0f, 256, false, 5.0f, 0.0f); }),
@@ -135,17 +120,14 @@ TEST(CQuantPolynomialTest, InverseTableIsBuiltInExactly1000Steps) {
   EXPECT_NEAR(line.m_inverse[2], 0.5f, 0.0011f);
   EXPECT_EQ(line.m_inverse[4], 1.0f);
   EXPECT_EQ(D(line, 2),
-            static_cast<float>(line.m_inverse[2] +
-                               0.5 * (line.m_inverse[3] - line.m_inverse[2])));
-
+            static_cast<float>(line.m_inverse[2] + 0.5 * (line.m_inverse[3] - line.m_inverse[2])));
   const CQuant_polynomial many(0.0f, 1.0f, 2000, false, 1.0f, 1.0f);
   ASSERT_EQ(many.m_inverse.size(), 2001u);
   EXPECT_GT(many.m_inverse[999], 0.99f);
   EXPECT_EQ(many.m_inverse[1000] + many.m_inverse[1999], 0.0f) << "1000 steps fill 1000 entries";
   EXPECT_EQ(many.m_inverse[2000], 1.0f);
   // Slope 3 at 0 asks for more than one entry per step at first.
-  const CQuant_polynomial steep(0.0f, 1.0f, 1000, false, 3.0f, 0.0f);
-  EXPECT_EQ(steep.m_inverse[3], 0.003f);
+  EXPECT_EQ(CQuant_polynomial(0.0f, 1.0f, 1000, false, 3.0f, 0.0f).m_inverse[3], 0.003f);
 }
 
 TEST(CQuantPolynomialTest, ExactMinTopIndexUsesTheLastEntry) {
