@@ -50,6 +50,7 @@ TEST(MatStreamTest, WritesAndReadsGoldenBinaryForEveryElementType) {
   ExpectGolden(MatrixOf<unsigned char>(1, 3, {1, 2, 255}), kByteMat);
   ExpectGolden(MatrixOf<unsigned int>(1, 2, {1u, 0xdeadbeefu}), kUintMat);
   ExpectGolden(HeapMatrix<float>(), "4d41540a666c740062696e0a0000000000000000");
+  ExpectGolden(HeapMatrix<float>(0xffffffffu, 0), "4d41540a666c740062696e0affffffff00000000");
 }
 
 TEST(MatStreamTest, AcceptsEveryTypeWordOfTheTableAndIgnoresTheFourthMagicByte) {
