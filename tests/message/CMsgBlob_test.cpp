@@ -25,6 +25,7 @@ TEST(CMsgBlobTest, DecodesEveryByteStringTag) {
       // As a message delimits it, an element item spans only L + 5 bytes: elements past
       // that span read as 0.
       {"36 00 00 00 02 00 61", std::string("a\0", 2)},
+      {"36 00 00 00 03 00 61 00", std::string("a\0\0", 3)},  // element 1 would end at byte 8
       {"35 00 00", "Error in Protocol"},
       {"35 00 00 00 03 61 62", "Error in Protocol"},
       {"33 00 00 00 04 00 00 00 05", "Error in Protocol !"},

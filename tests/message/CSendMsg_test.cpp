@@ -49,11 +49,11 @@ TEST(CSendMsgTest, EachSlotAppendsItsItem) {
 TEST(CSendMsgTest, GetBufferHandsOutAFreshCopyEachTime) {
   CSendMsg message;
   message.put(5);
-  const unsigned char* first = message.getBuffer();
-  const std::string firstHex = hexText(first, message.size());
+  const unsigned char* first = message.getBuffer();  // unfinished: the items alone
+  EXPECT_EQ(hexText(first, message.size()), "33 00 00 00 04 00 00 00 05");
   const unsigned char* second = message.getBuffer();
   EXPECT_NE(first, second);
-  EXPECT_EQ(hexText(second, message.size()), firstHex);
+  EXPECT_EQ(hexText(second, message.size()), "33 00 00 00 04 00 00 00 05");
   message.reset();
   EXPECT_EQ(message.size(), 0u);
   EXPECT_EQ(message.checkHeader(kHeader), 0);
