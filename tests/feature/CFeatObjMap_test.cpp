@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <tuple>
 
 #include "feature/CFeatureObject.h"
 #include "tests/support/ThrownText.h"
@@ -43,8 +44,7 @@ TEST(FeatObjMap, FactoryAndOwnership) {
   map.AddFeatureObject(first);
   map.AddFeatureObject(first);  // the same object again: nothing happens
   map.AddFeatureObject(floatFeature("B", 2.0f));  // replaces and frees the first
-  EXPECT_EQ(map.size(), 1u);
-  EXPECT_EQ(firstValue(map, "B"), 2.0f);
+  EXPECT_EQ(std::make_tuple(map.size(), firstValue(map, "B")), std::make_tuple(size_t{1}, 2.0f));
   EXPECT_EQ(map.GetFeatureObject(nullptr), nullptr);
   map.Clear();
   EXPECT_TRUE(map.empty());
@@ -67,13 +67,13 @@ TEST(FeatObjMap, FramesRoundTripInNameOrder) {
   read.AddFeatureObject(floatFeature("EDG", 9.0f));  // replaced by the stream's
   read.AddFeatureObject(floatFeature("ZZZ", 5.0f));  // not in the stream: stays
   read.ReadFromMetaVec(frames, nullptr);
-  EXPECT_EQ(read.size(), 3u);
-  EXPECT_EQ(firstValue(read, "EDG"), 1.0f);
-  EXPECT_EQ(firstValue(read, "ZZZ"), 5.0f);
+  EXPECT_EQ(std::make_tuple(read.size(), firstValue(read, "EDG"), firstValue(read, "ZZZ")),
+            std::make_tuple(size_t{3}, 1.0f, 5.0f));
 
   CFeatObjMap filtered;
   filtered.ReadFromMetaVec(frames, "VAL");
-  EXPECT_EQ(filtered.size(), 1u);
+  EXPECT_EQ(std::make_tuple(filtered.size(), firstValue(filtered, "VAL")),
+            std::make_tuple(size_t{1}, 4.0f));
   const CFeatObjMap copy(read, 0, 0, nullptr);
   EXPECT_NE(copy.GetFeatureObject("EDG"), read.GetFeatureObject("EDG"));
   EXPECT_EQ(firstValue(copy, "ZZZ"), 5.0f);
