@@ -24,6 +24,8 @@ TEST(CSendMsgTest, EachSlotAppendsItsItem) {
   message.put(int64_t{-1});
   message.put(0.5);
   message.put(-2.0f);
+  float floats[] = {-2.0f};  // the sweep writes the item of the float slot
+  message.putFloats(floats, 1);
   message.put(3u);
   message.put(MsgInt32(-4));
   message.put(5);
@@ -39,9 +41,9 @@ TEST(CSendMsgTest, EachSlotAppendsItsItem) {
   unsigned blobLength = 1;
   EXPECT_EQ(message.putBlob(blobData, blobLength), blob);
   EXPECT_EQ(finishedHex(message),
-            "4F 52 56 31 00 00 00 00 7B 34 00 00 00 08 00 00 00 00 00 00 00 01 34 00 00 00 08 "
+            "4F 52 56 31 00 00 00 00 84 34 00 00 00 08 00 00 00 00 00 00 00 01 34 00 00 00 08 "
             "FF FF FF FF FF FF FF FF 34 00 00 00 08 3F E0 00 00 00 00 00 00 33 00 00 00 04 C0 "
-            "00 00 00 33 00 00 00 04 00 00 00 03 33 00 00 00 04 FF FF FF FC 33 00 00 00 04 00 "
+            "00 00 00 33 00 00 00 04 C0 00 00 00 33 00 00 00 04 00 00 00 03 33 00 00 00 04 FF FF FF FC 33 00 00 00 04 00 "
             "00 00 05 33 00 00 00 04 00 00 00 06 31 00 00 00 01 07 31 00 00 00 01 38 31 00 00 "
             "00 01 01 35 00 00 00 02 09 0A 35 00 00 00 02 61 62 35 00 00 00 01 B1 58");
 }
