@@ -27,8 +27,13 @@ TEST(CSignDataASETest, TakesItsSettingsWithoutRangeCheck) {
   EXPECT_EQ(ase.m_uintParams.at("re"), 4u);
   EXPECT_EQ(ase.m_stringParams.Find("msPerRow")->second, "30");
 
-  std::unique_ptr<CFeatureObjectBase> copy(ase.CreateExcerpt(0, 0));
-  EXPECT_TRUE(ase.HasSameSettings(copy.get()));
+  float row[1] = {1.0f};
+  for (int i = 0; i < 3; ++i) ase.AppendVector(BaseVector<float>(row, 1));
+  std::unique_ptr<CFeatureObjectBase> copy(ase.CreateExcerpt(0, 0)), tail(ase.CreateExcerpt(30, 0));
+  SMatrixInfo info;
+  EXPECT_EQ(copy->GetMatrixInfo(info).m_rows, 3u);
+  EXPECT_EQ(tail->GetMatrixInfo(info).m_rows, 2u) << "30 ms is one row";
+  EXPECT_TRUE(ase.HasSameSettings(copy.get()) && ase.HasSameSettings(tail.get()));
   for (auto field : {&CSignDataASE::m_lowerFreq, &CSignDataASE::m_upperFreq,
                      &CSignDataASE::m_resolution}) {
     CSignDataASE other(ase, false);
