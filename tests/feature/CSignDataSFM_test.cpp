@@ -40,7 +40,8 @@ TEST(CSignDataSFMTest, DecodesBandsAndEncodesTheirEdges) {
               std::make_tuple(c.low, c.high, 3u, 3u, 90.0f, size_t{0}));
     sfm.EncodeParameters();
     EXPECT_EQ(std::make_tuple(sfm.m_uintParams.at("lf"), sfm.m_uintParams.at("uf"),
-                              sfm.m_uintParams.at("sr"), sfm.m_stringParams.Find("msPerRow")->second),
+                              sfm.m_uintParams.at("sr"),
+                              sfm.m_stringParams.Find("msPerRow")->second),
               std::make_tuple(c.lfBack, c.ufBack, 3u, std::string("90")));
   }
 }
