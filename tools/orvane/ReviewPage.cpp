@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <fstream>
@@ -435,7 +436,10 @@ SReviewSummary writeReviewPage(const std::string& file, const std::string& libra
     groups.push_back({{"score", groupScore(*group)}, {"photos", photos}});
   }
 
-  std::ofstream out(file, std::ios::binary | std::ios::trunc);
+  // Written beside the page and renamed over it, so that an interrupted run leaves the page
+  // that was there whole.
+  const std::string part = file + ".orvane-part";
+  std::ofstream out(part, std::ios::binary | std::ios::trunc);
   out << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
       << "<meta name=\"viewport\" content=\"width=device-width\">\n"
       << "<title>Duplicate photos</title>\n<style>" << kStyle << "</style>\n</head>\n<body>"
@@ -443,6 +447,10 @@ SReviewSummary writeReviewPage(const std::string& file, const std::string& libra
       << scriptSafeJson({{"library", library}, {"groups", groups}}) << "</script>\n<script>"
       << kScript << "</script>\n</body>\n</html>\n";
   out.close();
-  if (!out) throw CToolError(file, std::string("cannot write the page: ") + std::strerror(errno));
+  if (!out || std::rename(part.c_str(), file.c_str()) != 0) {
+    const int failure = errno;
+    std::remove(part.c_str());
+    throw CToolError(file, std::string("cannot write the page: ") + std::strerror(failure));
+  }
   return summary;
 }
