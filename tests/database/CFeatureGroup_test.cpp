@@ -96,44 +96,13 @@ TEST(FeatureGroupTest, InitReservesAndSkipsUnknownKinds) {
   EXPECT_EQ(thrownText([&] { g.classify(tiles.data(), 4); }), "Error classifing");
 }
 
-// Independent reference of a group vector: every mean row adds its tiles in the listed order,
-// each sum rounded to float, then scales by the double 1 / divisor, rounded to float; the
-// edge group then divides entry i by its table value in float, where that is not 0.
+// A group vector is its tiles, then the rows of its means writer (checked bit for bit on
+// their own), then, with normalise 1, entry i divided by its table value where that is not 0.
 std::vector<float> referenceVector(const CFeatureGroup& g, const std::vector<float>& tiles) {
-  const int tx = static_cast<int>(g.tilesX), ty = static_cast<int>(g.tilesY), bins = g.binsPerTile;
   std::vector<float> v(tiles);
-  const auto meanRow = [&](const std::vector<std::pair<int, int>>& order, double divisor) {
-    for (int b = 0; b < bins; ++b) {
-      float sum = 0.0f;
-      for (const auto& xy : order) {
-        sum = static_cast<float>(static_cast<double>(sum) +
-                                 tiles[(xy.second * tx + xy.first) * bins + b]);
-      }
-      v.push_back(static_cast<float>(static_cast<double>(sum) * (1.0 / divisor)));
-    }
-  };
-  // Tiles of x in [x0, x1) and y in [y0, y1), x outer or y outer.
-  const auto block = [](int x0, int x1, int y0, int y1, bool xOuter) {
-    std::vector<std::pair<int, int>> order;
-    for (int outer = xOuter ? x0 : y0; outer < (xOuter ? x1 : y1); ++outer) {
-      for (int inner = xOuter ? y0 : x0; inner < (xOuter ? y1 : x1); ++inner) {
-        order.push_back(xOuter ? std::make_pair(outer, inner) : std::make_pair(inner, outer));
-      }
-    }
-    return order;
-  };
-  const int globals = g.meansKind == 1 ? 3 : 1;
-  for (int copy = 0; copy < globals; ++copy) meanRow(block(0, tx, 0, ty, false), tx * ty);
-  for (int x = 0; x < tx; ++x) meanRow(block(x, x + 1, 0, ty, true), ty);
-  for (int y = 0; y < ty; ++y) meanRow(block(0, tx, y, y + 1, true), tx);
-  if (g.meansKind == 1) {
-    const int hx = tx / 2, hy = ty / 2;
-    meanRow(block(0, hx, 0, hy, true), hx * hy);
-    meanRow(block(hx, tx, 0, hy, true), (tx - hx) * hy);
-    meanRow(block(0, hx, hy, ty, true), hx * (ty - hy));
-    meanRow(block(hx, tx, hy, ty, true), (tx - hx) * (ty - hy));
-    meanRow(block(tx / 4, 3 * (tx / 4), ty / 4, 3 * (ty / 4), true), (ty / 4) * ((tx / 4) * 4));
-  }
+  v.resize(g.vectorLength);
+  (g.meansKind == 1 ? MakeMeans16 : MakeMeans3)(tiles.data(), g.tilesX, g.tilesY, g.binsPerTile,
+                                                v.data() + tiles.size(), g.meanRows);
   for (size_t i = 0; i < v.size() && g.normalise == 1; ++i) {
     if (g.normTable.m_data[i] != 0.0f) v[i] = v[i] / g.normTable.m_data[i];
   }
@@ -141,11 +110,11 @@ std::vector<float> referenceVector(const CFeatureGroup& g, const std::vector<flo
 }
 
 TEST(FeatureGroupTest, VectorsMatchAnIndependentReferenceBitForBit) {
-  // The built-in groups, then the edge group with a zero table entry and with normalise 2.
+  // The built-in groups, then the edge group with zero table entries and with normalise 2.
   std::vector<SFeatureGroupDef> defs;
   buildFeatureGroupDefs(defs);
   defs.push_back(builtInDef(kEdge));
-  defs.back().normTable.m_data[5] = 0.0f;
+  defs.back().normTable.m_data[5] = defs.back().normTable.m_data[11] = 0.0f;
   defs.push_back(builtInDef(kEdge));
   defs.back().normalise = 2;
   uint32_t state = 2024;
@@ -165,30 +134,24 @@ TEST(FeatureGroupTest, VectorsMatchAnIndependentReferenceBitForBit) {
 }
 
 // Mode clamping and the colour kinds are checked through the database.
-TEST(FeatureGroupTest, ScoreIsDistanceOfTheModesRowTimesScale) {
+TEST(FeatureGroupTest, ClassifyScoresTheModesRowTimesScaleOrRefuses) {
   CFeatureGroup edge = builtIn(kEdge);
   std::vector<float> zeros(96, 0.0f), query(96, 0.0f);
   query[0] = edge.normTable.m_data[0];  // 1.0 once normalised; moves every mean over tile 0
-  edge.add(zeros.data(), 1, 0, 0);
+  EXPECT_EQ(thrownText([&] { edge.classify(query.data(), 0); }),
+            "classify called to empty database");
+  EXPECT_EQ(thrownText([&] { edge.add(zeros.data(), 0, 0, 0); }),
+            "addSignature used without correct id specified");
+  EXPECT_THROW(edge.add(nullptr, 1, 0, 0), std::invalid_argument);
+  EXPECT_TRUE(edge.items.empty());
+  edge.add(zeros.data(), 0, 1, 9);  // a high word alone is an id
   edge.scale = 0.1f;
   EXPECT_EQ(edge.classify(query.data(), 0)[0].score, static_cast<float>(1.0 / 96 * 0.1f));
   EXPECT_GT(edge.classify(query.data(), 1)[0].score, static_cast<float>(1.0 / 192 * 0.1f));
   EXPECT_EQ(thrownText([&] { edge.classify(query.data(), 5); }), "Error classifing");
-}
-
-TEST(FeatureGroupTest, RefusalsLeaveTheGroupAsItWas) {
-  CFeatureGroup g = builtIn(kEdge);
-  const std::vector<float> tiles(g.tileValues(), 1.0f);
-  EXPECT_EQ(thrownText([&] { g.classify(tiles.data(), 0); }),
-            "classify called to empty database");
-  EXPECT_EQ(thrownText([&] { g.add(tiles.data(), 0, 0, 0); }),
-            "addSignature used without correct id specified");
-  EXPECT_THROW(g.add(nullptr, 1, 0, 0), std::invalid_argument);
-  EXPECT_TRUE(g.items.empty());
-  g.add(tiles.data(), 0, 1, 9);  // a high word alone is an id
-  EXPECT_THROW(g.classify(nullptr, 0), std::invalid_argument);
-  g.distanceRows[1].end = 193;  // a range past the end of every vector
-  EXPECT_EQ(thrownText([&] { g.classify(tiles.data(), 1); }), "Error classifing");
+  EXPECT_THROW(edge.classify(nullptr, 0), std::invalid_argument);
+  edge.distanceRows[1].end = 193;  // a range past the end of every vector
+  EXPECT_EQ(thrownText([&] { edge.classify(query.data(), 1); }), "Error classifing");
 }
 
 }  // namespace

@@ -13,8 +13,10 @@ std::vector<float> vectorOf(float seed, uint32_t length) {
 }
 
 std::vector<float> readBack(const CVectorBlocks& blocks, size_t position) {
-  std::vector<float> v(blocks.length());
+  std::vector<float> v(blocks.length() + 1, -7.0f);
   blocks.read(position, v.data());
+  EXPECT_EQ(v.back(), -7.0f) << "read wrote past the vector";
+  v.pop_back();
   return v;
 }
 
