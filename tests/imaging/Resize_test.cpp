@@ -91,16 +91,24 @@ class Resize : public ::testing::Test {
 };
 
 TEST_F(Resize, MatchesTheReferenceBitForBit) {
-  // The fit into the box (longer side to 256), the 256x256 gray image to 70, awkward ratios.
+  // The fit into the box (longer side to 256), the 256x256 gray image to 70, awkward ratios,
+  // and the identity, where the cubic's widened 0.33333334 can leave the last column one low.
   const struct {
     int width, height, channels, padding, outWidth, outHeight;
     double factor;
   } cases[] = {
-      {640, 480, 3, 0, 256, 192, 0.4},         {480, 640, 3, 5, 192, 256, 0.4},
-      {257, 255, 3, 1, 256, 254, 256.0 / 257}, {1000, 750, 3, 0, 256, 192, 0.256},
-      {97, 61, 3, 3, 256, 160, 256.0 / 97},    {4, 4, 3, 0, 256, 256, 64.0},
-      {1999, 97, 3, 0, 256, 12, 256.0 / 1999}, {256, 256, 1, 0, 70, 70, 70.0 / 256},
-      {300, 113, 1, 1, 256, 96, 256.0 / 300},  {6, 4, 1, 0, 256, 170, 256.0 / 6},
+      {640, 480, 3, 0, 256, 192, 0.4},
+      {480, 640, 3, 5, 192, 256, 0.4},
+      {257, 255, 3, 1, 256, 254, 256.0 / 257},
+      {1000, 750, 3, 0, 256, 192, 0.256},
+      {97, 61, 3, 3, 256, 160, 256.0 / 97},
+      {4, 4, 3, 0, 256, 256, 64.0},
+      {1999, 97, 3, 0, 256, 12, 256.0 / 1999},
+      {256, 256, 1, 0, 70, 70, 70.0 / 256},
+      {300, 113, 1, 1, 256, 96, 256.0 / 300},
+      {6, 4, 1, 0, 256, 170, 256.0 / 6},
+      {16, 16, 3, 0, 16, 16, 1.0},
+      {16, 16, 1, 0, 16, 16, 1.0},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::to_string(c.width) + "x" + std::to_string(c.height));
@@ -123,50 +131,6 @@ TEST_F(Resize, MatchesTheReferenceBitForBit) {
     }
     EXPECT_EQ(differ, 0) << differ << " samples differ, max difference " << maxDiff;
   }
-}
-
-TEST_F(Resize, ConstantStaysConstant) {
-  for (int channels : {1, 3}) {
-    for (int value : {0, 1, 77, 254, 255}) {
-      for (double factor : {0.3, 1.0, 256.0 / 37}) {
-        SCOPED_TRACE(::testing::Message() << channels << " channels, " << value << ", " << factor);
-        const Image src{37, 23, channels, 37 * channels,
-                        std::vector<unsigned char>(37 * 23 * channels, value)};
-        int status, wrong = 0;
-        const Image got = resize(src, int(37 * factor), int(23 * factor), factor, &status);
-        ASSERT_EQ(status, kStsNoErr);
-        for (int y = 0; y < got.height; ++y) {
-          for (int x = 0; x < got.width * channels; ++x)
-            wrong += got.pixels[y * got.step + x] != value;
-        }
-        EXPECT_EQ(wrong, 0);
-      }
-    }
-  }
-}
-
-// At factor 1.0 the cubic passes through its samples, but the horizontal pass keeps the
-// widened 0.33333334 in double: at the last column (t = 2) the result misses the sample by
-// d3 * 3e-8, which the 1e-7 guard does not always cover, and some samples come out one lower.
-TEST_F(Resize, IdentityReproducesInteriorAndLastColumnMayDropByOne) {
-  for (int channels : {1, 3}) {
-    SCOPED_TRACE(channels);
-    const Image src = randomImage(16, 16, channels, 0, 1);
-    int status, lower = 0;
-    const Image got = resize(src, 16, 16, 1.0, &status);
-    ASSERT_EQ(status, kStsNoErr);
-    for (int y = 0; y < 16; ++y) {
-      for (int x = 0; x < 16 * channels; ++x) {
-        const int diff = src.pixels[y * src.step + x] - got.pixels[y * got.step + x];
-        EXPECT_TRUE(diff == 0 || (diff == 1 && x >= 15 * channels)) << x << "," << y;
-        lower += diff;
-      }
-    }
-    EXPECT_GT(lower, 0);
-  }
-  int status;
-  EXPECT_EQ(randomImage(16, 16, 3, 0, 1).at(15, 1, 0), 110);
-  EXPECT_EQ(resize(randomImage(16, 16, 3, 0, 1), 16, 16, 1.0, &status).at(15, 1, 0), 109);
 }
 
 TEST_F(Resize, FallbacksForTinySourcesStayInside) {
@@ -211,6 +175,7 @@ TEST_F(Resize, StatusChecksStandInTheirOrder) {
       {px, 4, 12, 4, 4, 4, 0.0, 0, kStsOutsideSource},
       {px, 4, 12, 0, 4, 4, 0.0, 0, kStsResizeFactorErr},
       {px, 4, 12, 0, 4, 4, 1.0, 3, kStsInterpolationErr},
+      {px, 4, 12, -1, 4, 4, 1.0, 2, kStsSizeErr},
       {px, 4, 12, 0, 4, 4, 1.0, 2, kStsNoErr},
   };
   for (const auto& c : cases) {
@@ -220,6 +185,9 @@ TEST_F(Resize, StatusChecksStandInTheirOrder) {
                       c.factor, c.factor, c.interpolation),
               c.expected);
   }
+  // A gray line of one pixel may be one byte long.
+  unsigned char dst[8];
+  EXPECT_EQ(resize1(px, 1, 4, 1, 0, 0, 1, 4, dst, 2, 2, 4, 2.0, 1.0, kInterCubic), kStsNoErr);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -81,29 +82,28 @@ Photo makePhoto(int width, int height, int channels, int padding, int kind, uint
   return p;
 }
 
-// Runs `run` for the portable and every vectorised column on the same input and same
-// prefilled target; all targets must come out equal, the statuses too.
-template <typename Run>
-void expectSameBits(size_t targetSize, Run run, const std::string& what) {
-  SCOPED_TRACE(what);
-  std::vector<unsigned char> want(targetSize, 0xA5);
+// Runs an operation on the portable and on every vectorised column, into targets of `size`
+// bytes prefilled alike: targets and statuses must agree.
+using Operation = std::function<int(const SImagingColumn&, unsigned char*)>;
+void expectSameBits(const std::string& what, size_t size, const Operation& run) {
+  std::vector<unsigned char> want(size, 0xA5);
   const int status = run(generic, want.data());
   for (const SImagingColumn* vector : vectorColumns()) {
-    SCOPED_TRACE(vector->name);
-    std::vector<unsigned char> got(targetSize, 0xA5);
-    EXPECT_EQ(run(*vector, got.data()), status);
-    size_t differ = 0, first = targetSize;
-    for (size_t i = 0; i < targetSize; ++i) {
-      if (want[i] != got[i]) {
-        if (differ++ == 0) first = i;
-      }
-    }
-    EXPECT_EQ(differ, 0u) << "first at byte " << first;
+    std::vector<unsigned char> got(size, 0xA5);
+    EXPECT_EQ(run(*vector, got.data()), status) << what << ", " << vector->name;
+    const auto differ = std::mismatch(want.begin(), want.end(), got.begin()).first;
+    EXPECT_TRUE(differ == want.end())
+        << what << ", " << vector->name << ": first difference at byte " << differ - want.begin();
   }
 }
 
 TEST_F(VectorColumn, EveryOperationOnAwkwardShapes) {
   const int sizes[] = {1, 2, 3, 4, 5, 7, 15, 16, 17, 33, 255, 257};
+  const int order[3] = {2, 0, 1};
+  // The colour tiles' levels, odd ones whose clamps cut bins away, and five levels to count.
+  const int counts[3][3] = {{17, 5, 5}, {9, 32, 2}, {6, 6, 6}};
+  const int lower[3][3] = {{0, 0, 0}, {-3, 0, 10}, {0, 0, 0}};
+  const int upper[3][3] = {{255, 255, 255}, {260, 255, 11}, {255, 255, 255}};
   int index = 0;
   for (int width : sizes) {
     for (int height : sizes) {
@@ -113,73 +113,47 @@ TEST_F(VectorColumn, EveryOperationOnAwkwardShapes) {
                                 std::to_string(kind) + " padding " + std::to_string(padding);
       const Photo rgb = makePhoto(width, height, 3, padding, kind, index * 7919u);
       const Photo gray = makePhoto(width, height, 1, padding, kind, index * 104729u);
-      const int outStep = width * 3 + 3;
-      const size_t out = static_cast<size_t>(outStep) * height;
-      expectSameBits(
-          out,
-          [&](const SImagingColumn& c, unsigned char* d) {
-            return c.rgbToGray(rgb.bytes.data(), rgb.step, d, outStep, width, height);
-          },
-          "gray " + shape);
-      expectSameBits(
-          out,
-          [&](const SImagingColumn& c, unsigned char* d) {
-            return c.rgbToHsv(rgb.bytes.data(), rgb.step, d, outStep, width, height);
-          },
-          "hsv " + shape);
-      expectSameBits(
-          rgb.bytes.size(),
-          [&](const SImagingColumn& c, unsigned char* d) {
-            std::memcpy(d, rgb.bytes.data(), rgb.bytes.size());
-            const int order[3] = {2, 0, 1};
-            return c.swapChannels(d, rgb.step, width, height, order);
-          },
-          "swap " + shape);
-      // The colour tiles' levels, and odd ones whose clamps cut bins away.
-      const int counts[2][3] = {{17, 5, 5}, {9, 32, 2}};
-      const int lower[2][3] = {{0, 0, 0}, {-3, 0, 10}},
-                upper[2][3] = {{255, 255, 255}, {260, 255, 11}};
-      for (int set = 0; set < 2; ++set) {
+      const unsigned char* const src = rgb.bytes.data();
+      const int step = width * 3 + 3;
+      const size_t out = static_cast<size_t>(step) * height;
+      expectSameBits("gray " + shape, out, [&](const auto& c, auto* d) {
+        return c.rgbToGray(src, rgb.step, d, step, width, height);
+      });
+      expectSameBits("hsv " + shape, out, [&](const auto& c, auto* d) {
+        return c.rgbToHsv(src, rgb.step, d, step, width, height);
+      });
+      expectSameBits("swap " + shape, rgb.bytes.size(), [&](const auto& c, auto* d) {
+        std::memcpy(d, src, rgb.bytes.size());
+        return c.swapChannels(d, rgb.step, width, height, order);
+      });
+      for (int set = 0; set < 3; ++set) {
         const int channel = (index + set) % 3;
-        expectSameBits(
-            8 * 32 * sizeof(int),
-            [&](const SImagingColumn& c, unsigned char* d) {
-              int* ints = reinterpret_cast<int*>(d);
-              int* const hist[3] = {ints, ints + 32, ints + 64};
-              int* const levels[3] = {ints + 96, ints + 128, ints + 160};
-              const int all = c.histogramEven(rgb.bytes.data(), rgb.step, width, height, hist,
-                                              levels, counts[set], lower[set], upper[set]);
-              return 1000 * all + c.channelHistogram(rgb.bytes.data(), rgb.step, width, height,
-                                                     channel, ints + 192, ints + 224,
-                                                     counts[set][channel], lower[set][channel],
-                                                     upper[set][channel]);
-            },
-            "histogram " + std::to_string(set) + " " + shape);
+        expectSameBits("histogram " + shape, 8 * 32 * sizeof(int), [&](const auto& c, auto* d) {
+          int* ints = reinterpret_cast<int*>(d);
+          int* const hist[3] = {ints, ints + 32, ints + 64};
+          int* const levels[3] = {ints + 96, ints + 128, ints + 160};
+          const int all = c.histogramEven(src, rgb.step, width, height, hist, levels, counts[set],
+                                          lower[set], upper[set]);
+          return 1000 * all + c.channelHistogram(src, rgb.step, width, height, channel, ints + 192,
+                                                 ints + 224, counts[set][channel],
+                                                 lower[set][channel], upper[set][channel]);
+        });
       }
-      // Into the 256 box as the preprocessor fits a photo, then to a shorter side of 70 as the
-      // edge analysis enlarges one, and a plain enlargement by a factor.
-      const double fit = width >= height ? 256.0 / width : 256.0 / height;
-      const double seventy = 70.0 / (width < height ? width : height);
-      for (double factor : {fit, seventy, 1.7}) {
-        // Within a 300 by 300 target; a size of 0 must fail alike.
-        const int outWidth = std::min(300, static_cast<int>(width * factor));
-        const int outHeight = std::min(300, static_cast<int>(height * factor));
-        const size_t resized = static_cast<size_t>(300 * 3 + 5) * 300;
+      // Into the 256 box as the preprocessor fits a photo, to a shorter side of 70 as the edge
+      // analysis enlarges one, and by a plain factor; into a 300 by 300 target, where a size
+      // of 0 must fail alike.
+      for (double factor : {256.0 / std::max(width, height), 70.0 / std::min(width, height), 1.7}) {
+        const int w = std::min(300, static_cast<int>(width * factor));
+        const int h = std::min(300, static_cast<int>(height * factor));
         const std::string scale = shape + " factor " + std::to_string(factor);
-        expectSameBits(
-            resized,
-            [&](const SImagingColumn& c, unsigned char* d) {
-              return c.resize3(rgb.bytes.data(), width, height, rgb.step, 0, 0, width, height, d,
-                               300 * 3 + 5, outWidth, outHeight, factor, factor, kInterCubic);
-            },
-            "resize3 " + scale);
-        expectSameBits(
-            resized,
-            [&](const SImagingColumn& c, unsigned char* d) {
-              return c.resize1(gray.bytes.data(), width, height, gray.step, 0, 0, width, height, d,
-                               300 + 3, outWidth, outHeight, factor, factor, kInterCubic);
-            },
-            "resize1 " + scale);
+        expectSameBits("resize3 " + scale, 905 * 300, [&](const auto& c, auto* d) {
+          return c.resize3(src, width, height, rgb.step, 0, 0, width, height, d, 905, w, h, factor,
+                           factor, kInterCubic);
+        });
+        expectSameBits("resize1 " + scale, 905 * 300, [&](const auto& c, auto* d) {
+          return c.resize1(gray.bytes.data(), width, height, gray.step, 0, 0, width, height, d, 303,
+                           w, h, factor, factor, kInterCubic);
+        });
       }
     }
   }
