@@ -1,9 +1,9 @@
 #include "database/CGroupItems.h"
 
 #include <algorithm>
-#include <utility>
 #include <new>
 #include <type_traits>
+#include <utility>
 
 // Chunks are raw memory that items are copied into: nothing to construct or destroy.
 static_assert(std::is_trivially_copyable<SGroupItem>::value &&
@@ -13,7 +13,7 @@ static_assert(std::is_trivially_copyable<SGroupItem>::value &&
 void CGroupItems::SChunkFree::operator()(SGroupItem* p) const { ::operator delete(p); }
 
 CGroupItems::CGroupItems(const CGroupItems& other) {
-  reserve(other.count);
+  provide(other.count);
   for (size_t start = 0; start < other.count; start += kChunkItems) {
     const size_t n = std::min(kChunkItems, other.count - start);
     std::copy_n(other.chunks[start / kChunkItems].get(), n, chunks[start / kChunkItems].get());
@@ -27,7 +27,11 @@ CGroupItems& CGroupItems::operator=(const CGroupItems& other) {
 }
 
 void CGroupItems::reserve(size_t items) {
-  while (capacity() < items) {
+  chunks.reserve((items + kChunkItems - 1) / kChunkItems);
+}
+
+void CGroupItems::provide(size_t items) {
+  while (chunks.size() * kChunkItems < items) {
     std::unique_ptr<SGroupItem, SChunkFree> chunk(
         static_cast<SGroupItem*>(::operator new(kChunkItems * sizeof(SGroupItem))));
     chunks.push_back(std::move(chunk));
@@ -35,7 +39,7 @@ void CGroupItems::reserve(size_t items) {
 }
 
 void CGroupItems::push_back(const SGroupItem& item) {
-  reserve(count + 1);
+  provide(count + 1);
   new (&(*this)[count]) SGroupItem(item);
   ++count;
 }

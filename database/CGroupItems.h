@@ -1,9 +1,10 @@
 // CGroupItems: the items of one feature group, by position.
 //
-// Items go in chunks of kChunkItems that never move. Appending costs the same at any size of
-// the list: a list in one piece would copy itself whole into fresh memory each time it
-// outgrew its room, which at a million items stalls one add for tens of milliseconds. Room
-// that no item reaches yet is reserved but never written, so it takes no memory.
+// Items go in chunks of kChunkItems that never move, taken as items reach them. Appending
+// costs the same at any size of the list: a list in one piece would copy itself whole into
+// fresh memory each time it outgrew its room, which at a million items stalls one add for
+// tens of milliseconds. The room of a chunk that no item reaches yet is never written, so
+// it takes no memory.
 #ifndef ORVANE_DATABASE_CGROUPITEMS_H_
 #define ORVANE_DATABASE_CGROUPITEMS_H_
 
@@ -15,7 +16,7 @@
 
 class CGroupItems {
  public:
-  static constexpr size_t kChunkItems = 4096;
+  static constexpr size_t kChunkItems = size_t{1} << 16;
 
   CGroupItems() = default;
   // Copies hold their own chunks, of the items only.
@@ -26,9 +27,9 @@ class CGroupItems {
 
   size_t size() const { return count; }
   bool empty() const { return count == 0; }
-  // Items that fit before another chunk is taken.
-  size_t capacity() const { return chunks.size() * kChunkItems; }
-  // Makes room for `items` items in all.
+  // Items that fit before the list of chunks itself has to grow.
+  size_t capacity() const { return chunks.capacity() * kChunkItems; }
+  // Makes capacity() at least `items`; takes no chunk.
   void reserve(size_t items);
 
   // REQUIRES: position < size().
@@ -51,6 +52,9 @@ class CGroupItems {
   struct SChunkFree {
     void operator()(SGroupItem* p) const;
   };
+
+  // Takes chunks until `items` items fit.
+  void provide(size_t items);
 
   std::vector<std::unique_ptr<SGroupItem, SChunkFree>> chunks;
   size_t count = 0;
