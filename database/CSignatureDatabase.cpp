@@ -64,9 +64,9 @@ constexpr size_t kFewDivisor = 64;
 
 // Sorts entries (key << 32 | position) by key, stably: a least-significant-digit radix
 // sort over the key's four bytes, skipping a byte that all keys share. Entries that come in
-// position order leave with equal keys in position order.
-void sortByKeyStably(std::vector<uint64_t>& entries) {
-  std::vector<uint64_t> spare(entries.size());
+// position order leave with equal keys in position order. `spare` is room to sort through.
+void sortByKeyStably(std::vector<uint64_t>& entries, std::vector<uint64_t>& spare) {
+  spare.resize(entries.size());
   for (int shift = 32; shift < 64; shift += 8) {
     size_t start[257] = {};
     for (uint64_t e : entries) ++start[((e >> shift) & 0xff) + 1];
@@ -208,6 +208,8 @@ void CSignatureDatabase::clearAll() {
   }
   finalResults.clear();
   std::vector<float>().swap(scores);
+  std::vector<uint64_t>().swap(rankEntries);
+  std::vector<uint64_t>().swap(rankSpare);
 }
 
 uint32_t CSignatureDatabase::itemCount() const {
@@ -270,12 +272,13 @@ void CSignatureDatabase::scoreAll(const FeatureTiles& tiles, int mode) {
 void CSignatureDatabase::rank(const SRankCut& cut) {
   const size_t count = scores.size();
   const auto entryOf = [this](size_t i) { return uint64_t{orderKey(scores[i])} << 32 | i; };
-  std::vector<uint64_t> entries;
+  std::vector<uint64_t>& entries = rankEntries;
+  entries.clear();
   if (cut.samePhotoOnly) {
     for (size_t i = 0; i < count; ++i) {
       if (static_cast<double>(scores[i]) <= kSamePhotoThreshold) entries.push_back(entryOf(i));
     }
-    sortByKeyStably(entries);
+    sortByKeyStably(entries, rankSpare);
   } else if (cut.maxResults != 0 && cut.maxResults < count) {
     const size_t wanted = cut.maxResults;
     if (wanted <= count / kFewDivisor) {
@@ -302,7 +305,7 @@ void CSignatureDatabase::rank(const SRankCut& cut) {
   } else {
     entries.resize(count);
     for (size_t i = 0; i < count; ++i) entries[i] = entryOf(i);
-    sortByKeyStably(entries);
+    sortByKeyStably(entries, rankSpare);
   }
   const CGroupItems& ids = groups[0].items;
   finalResults.resize(entries.size());

@@ -142,6 +142,10 @@ class CSignatureDatabase : public CMessageObject {
 
   // The score of every item of the last classification, by position.
   std::vector<float> scores;
+  // The ranking's entries and its room to sort through, kept from one classification to the
+  // next: buffers taken afresh for every query would have their pages faulted in each time.
+  std::vector<uint64_t> rankEntries;
+  std::vector<uint64_t> rankSpare;
   // The tiles of the signature being added, by group.
   std::vector<const float*> addedTiles;
 };
