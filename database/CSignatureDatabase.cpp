@@ -59,6 +59,10 @@ float scoreOfKey(uint32_t key) {
   return floatFromBits((key & 0x80000000u) != 0 ? key & 0x7fffffffu : ~key);
 }
 
+// Ranked entries whose items are asked for ahead of the one being copied out: their
+// positions are scattered, so each item is a miss of its own.
+constexpr size_t kRankAhead = 16;
+
 // Below count / kFewDivisor wanted results, a heap beats a partition of all entries.
 constexpr size_t kFewDivisor = 64;
 
@@ -310,6 +314,9 @@ void CSignatureDatabase::rank(const SRankCut& cut) {
   const CGroupItems& ids = groups[0].items;
   finalResults.resize(entries.size());
   for (size_t j = 0; j < entries.size(); ++j) {
+    if (j + kRankAhead < entries.size()) {
+      __builtin_prefetch(&ids[static_cast<uint32_t>(entries[j + kRankAhead])]);
+    }
     const SGroupItem& item = ids[static_cast<uint32_t>(entries[j])];
     SClassifyResult& result = finalResults[j];
     result = SClassifyResult();
