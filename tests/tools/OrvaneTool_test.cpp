@@ -831,8 +831,9 @@ TEST_F(OrvaneToolTest, InterruptedDupsChangesNothing) {
       execv(ORVANE_TOOL, const_cast<char* const*>(arguments.data()));
       _exit(127);
     }
-    // A third of a second of processor time in: under way however busy the machine is.
-    for (long ticks = 0; ticks < sysconf(_SC_CLK_TCK) / 3;) {
+    // A tenth of a second of processor time in, a tenth of the whole run: under way however
+    // busy the machine is.
+    for (long ticks = 0; ticks < sysconf(_SC_CLK_TCK) / 10;) {
       std::this_thread::sleep_for(std::chrono::milliseconds(2));
       std::istringstream stat(readFile("/proc/" + std::to_string(child) + "/stat"));
       std::string pid, name, state, skipped;
