@@ -1,13 +1,12 @@
 // The exported database as a host sees it: through orvane.h only, on generated photos.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
-#include "orvane.h"
 #include "tests/api/GeneratedPhoto.h"
 #include "tests/support/ThrownText.h"
 
@@ -22,19 +21,14 @@ std::vector<std::pair<int, float>> ranked(const std::vector<CFIDMatch>& matches)
 // A database holding the signatures of photos with seeds 1 to `count` under ids 1 to count.
 class CFIDDatabaseTest : public ::testing::Test {
  protected:
-  CFIDDatabaseTest() : extractor(1), database(1, 8) {}
-
   CFIDContainer signatureOf(int seed) {
-    const GeneratedPhoto photo(320, 240, seed);
-    return extractor.extract(photo.bgr.data(), photo.width, photo.height, photo.lineStep, 0, 0);
+    return GeneratedPhoto(320, 240, seed).extractWith(extractor);
   }
-
   void store(int count) {
     for (int id = 1; id <= count; ++id) database.addSignature(signatureOf(id), id, 100 + id);
   }
-
-  CFIDExtractor extractor;
-  CFIDDatabase database;
+  CFIDExtractor extractor{1};
+  CFIDDatabase database{1, 8};
 };
 
 }  // namespace
@@ -52,7 +46,6 @@ TEST_F(CFIDDatabaseTest, FailuresReachTheHostAsTheirTexts) {
   EXPECT_EQ(thrownText([&] { database.addSignature(CFIDContainer(), 5, 0); }),
             "Wrong Feature Version");
   EXPECT_EQ(database.size(), 0u);
-
   store(2);
   EXPECT_EQ(thrownText([&] { database.removeSignature(9); }), "Index not found");
   EXPECT_EQ(thrownText([&] { database.classify(CFIDContainer(), 0, 1); }), "Wrong Feature Version");
@@ -63,24 +56,20 @@ TEST_F(CFIDDatabaseTest, ModesDecideHowTheRankedListIsCut) {
   const CFIDContainer query = signatureOf(3);
   const std::vector<CFIDMatch> all = database.classify(query, 0, 1);
   ASSERT_EQ(all.size(), 4u);
+  EXPECT_EQ(all[0].id, 3);
+  EXPECT_EQ(all[0].score, 0.0f);
   for (size_t i = 1; i < all.size(); ++i) EXPECT_LE(all[i - 1].score, all[i].score);
-  // The photo itself comes first with 0 in every mode; 7 is mode 1; a negative mode ranks by
-  // row 1 too, with the same scores.
+  // The photo itself comes first with 0. 7 is mode 1; a negative mode ranks by row 1 too, with
+  // the same scores; mode 0 keeps the scores up to 0.07: here the photo itself only.
   for (int mode : {0, 1, 7, -5}) {
-    const std::vector<CFIDMatch>& matches = database.classify(query, 0, mode);
-    ASSERT_FALSE(matches.empty()) << mode;
-    EXPECT_EQ(matches[0].id, 3) << mode;
-    EXPECT_EQ(matches[0].score, 0.0f) << mode;
-    if (mode != 0) {
-      EXPECT_EQ(ranked(matches), ranked(all)) << mode;
-    }
+    EXPECT_EQ(ranked(database.classify(query, 0, mode)),
+              ranked(mode == 0 ? std::vector<CFIDMatch>{all[0]} : all))
+        << mode;
   }
-  for (unsigned maxResults : {2u, 4u, 99u}) {
-    EXPECT_EQ(database.classify(query, maxResults, 1).size(), std::min(maxResults, 4u));
-  }
-  // Mode 0 ignores maxResults and keeps the scores up to 0.07: here the photo itself only.
-  for (unsigned maxResults : {0u, 1u, 4u}) {
-    EXPECT_EQ(database.classify(query, maxResults, 0).size(), 1u) << maxResults;
+  // maxResults cuts the list in mode 1 and is ignored in mode 0.
+  for (const auto& [maxResults, mode, size] :
+       {std::tuple<unsigned, int, size_t>{2, 1, 2}, {99, 1, 4}, {1, 0, 1}, {4, 0, 1}}) {
+    EXPECT_EQ(database.classify(query, maxResults, mode).size(), size) << maxResults << mode;
   }
 }
 

@@ -5,7 +5,6 @@
 #include <sstream>
 #include <string>
 
-#include "orvane.h"
 #include "tests/api/GeneratedPhoto.h"
 #include "tests/support/HexBytes.h"
 #include "tests/support/ThrownText.h"
@@ -18,10 +17,6 @@ std::string streamOf(const CFIDContainer& container) {
   std::stringstream out;
   EXPECT_EQ(container.write(out), 0);
   return out.str();
-}
-
-const CFIDContainer& extract(CFIDExtractor& extractor, const GeneratedPhoto& photo) {
-  return extractor.extract(photo.bgr.data(), photo.width, photo.height, photo.lineStep, 0, 0);
 }
 
 }  // namespace
@@ -46,13 +41,13 @@ TEST(CFIDExtractorTest, FailuresReachTheHostAsTheirTexts) {
   EXPECT_EQ(thrownText([&] { extractor.extract(encoded); }), "Not yet implemented");
   // A copied extractor holds no engine: it refuses instead of crashing.
   CFIDExtractor copy(extractor);
-  EXPECT_EQ(thrownText([&] { extract(copy, photo); }), "Not yet implemented");
+  EXPECT_EQ(thrownText([&] { photo.extractWith(copy); }), "Not yet implemented");
 }
 
 TEST(CFIDExtractorTest, SignatureIgnoresOverloadAndLinePaddingAndCopiesKeepIt) {
   CFIDExtractor extractor(1);
   GeneratedPhoto photo(300, 200, 3);
-  const CFIDContainer copy(extract(extractor, photo));
+  const CFIDContainer copy(photo.extractWith(extractor));
   CFIDContainer assigned;
   assigned = copy;
   const std::string first = streamOf(copy);
@@ -60,12 +55,12 @@ TEST(CFIDExtractorTest, SignatureIgnoresOverloadAndLinePaddingAndCopiesKeepIt) {
   EXPECT_EQ(hexText(first.substr(first.find("bin\n") + 12, 16)),
             "3D 4B 1B 81 3C 07 67 AB 3C 87 67 AB 3C 87 67 AB");
   EXPECT_EQ(assigned.getFeatureVersion(), "V6");
-  EXPECT_EQ(streamOf(extract(extractor, GeneratedPhoto(300, 200, 3, 13))), first);
+  EXPECT_EQ(streamOf(GeneratedPhoto(300, 200, 3, 13).extractWith(extractor)), first);
   const CFIDContainer& current =
       extractor.extract(photo.bgr.data(), photo.width, photo.height, photo.lineStep, 7, 9);
   EXPECT_EQ(streamOf(current), first);
 
-  extract(extractor, GeneratedPhoto(300, 200, 5));
+  GeneratedPhoto(300, 200, 5).extractWith(extractor);
   EXPECT_NE(streamOf(current), first);  // the reference shows the newest photo
   EXPECT_EQ(streamOf(copy), first);
   EXPECT_EQ(streamOf(assigned), first);
@@ -73,7 +68,7 @@ TEST(CFIDExtractorTest, SignatureIgnoresOverloadAndLinePaddingAndCopiesKeepIt) {
 
 TEST(CFIDExtractorTest, ReadsSignatureStreamsAndBadStreamsEmptyTheContainer) {
   CFIDExtractor extractor(1);
-  const std::string written = streamOf(extract(extractor, GeneratedPhoto(256, 256, 4)));
+  const std::string written = streamOf(GeneratedPhoto(256, 256, 4).extractWith(extractor));
   CFIDContainer restored;
   std::istringstream in(written);
   EXPECT_EQ(&restored.read(in), &in);
