@@ -1,13 +1,9 @@
 #include "signature/CAudioSignMulti.h"
 
-#include <gtest/gtest.h>
-
-#include <sstream>
-#include <string>
+#include <tuple>
 
 #include "tests/signature/OlderStreams.h"
 #include "tests/signature/PhotoSignatureGolden.h"
-#include "tests/support/HexBytes.h"
 #include "tests/support/ThrownText.h"
 
 namespace {
@@ -18,26 +14,21 @@ std::string written(const CAudioSignMulti& sign) {
   return out.str();
 }
 
-CAudioSignMulti readFrom(const std::string& bytes, CSignatureHook* hook = nullptr) {
-  CAudioSignMulti sign;
-  std::istringstream in(bytes);
-  sign.read(in, hook);
-  return sign;
-}
-
 TEST(AudioSignMulti, WritesTheGoldenStreamsAndRoundTrips) {
   CAudioSignMulti built;
   built.adopt(builtSignature());
   EXPECT_EQ(hexText(written(built)), hexText(builtStream()));
-  // Reading fills in 30 ms per row, which the writer states from then on.
-  EXPECT_EQ(hexText(written(readFrom(builtStream()))), hexText(rewrittenStream()));
-  EXPECT_EQ(hexText(written(readFrom(rewrittenStream()))), hexText(rewrittenStream()));
-
-  // A signed stream reads through the hook and is written back unsigned.
+  // Reading fills in 30 ms per row, which the writer states from then on; a signed stream reads
+  // through the hook and is written back unsigned.
   ToyHook hook;
   CWholeStream stream;
   built.getData()->toWholeStream(stream, &hook);
-  EXPECT_EQ(written(readFrom(written(stream), &hook)), rewrittenStream());
+  for (const std::string& bytes : {builtStream(), rewrittenStream(), written(stream)}) {
+    CAudioSignMulti read;
+    std::istringstream in(bytes);
+    read.read(in, &hook);
+    EXPECT_EQ(hexText(written(read)), hexText(rewrittenStream()));
+  }
 }
 
 TEST(AudioSignMulti, CopiesAreDeepAndAdoptOwns) {
@@ -45,12 +36,10 @@ TEST(AudioSignMulti, CopiesAreDeepAndAdoptOwns) {
   EXPECT_FALSE(CAudioSignMulti(original).hasData());
   std::ostringstream nothing;
   EXPECT_EQ(original.write(nothing), -1);
-
   CSignDataMulti* data = builtSignature();
   original.adopt(data);
   original.adopt(data);  // the present pointer: nothing happens
-  CAudioSignMulti copy(original);
-  CAudioSignMulti assigned;
+  CAudioSignMulti copy(original), assigned;
   assigned = original;
   const CAudioSignMulti& same = assigned;
   assigned = same;
@@ -60,12 +49,8 @@ TEST(AudioSignMulti, CopiesAreDeepAndAdoptOwns) {
 }
 
 TEST(AudioSignMulti, ReadFailures) {
-  const struct {
-    std::string bytes;
-    std::ios::iostate state;
-    const char* expected;
-    bool dataLeft;  // the old data survives failures before the stream is read
-  } cases[] = {
+  // The old data survives failures before the stream is read.
+  const std::tuple<std::string, std::ios::iostate, const char*, bool> cases[] = {
       {builtStream(), std::ios::eofbit, "no audio signature found in istream (EOF)", true},
       {builtStream(), std::ios::failbit, "could not open audio signature istream", true},
       {builtStream().substr(0, 60), {}, "stream mismatch!", true},
@@ -74,22 +59,19 @@ TEST(AudioSignMulti, ReadFailures) {
        "CFeatureObject: feature map is empty",
        false},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.expected);
+  for (const auto& [bytes, state, expected, dataLeft] : cases) {
     CAudioSignMulti sign;
     sign.adopt(builtSignature());
-    std::istringstream in(c.bytes);
-    in.setstate(c.state);
-    EXPECT_EQ(thrownText([&] { sign.read(in, nullptr); }), c.expected);
-    EXPECT_EQ(sign.hasData(), c.dataLeft);
+    std::istringstream in(bytes);
+    in.setstate(state);
+    EXPECT_EQ(thrownText([&] { sign.read(in, nullptr); }), expected);
+    EXPECT_EQ(sign.hasData(), dataLeft) << expected;
   }
 }
 
 TEST(AudioSignMulti, CompareGivesItsFixedAnswer) {
-  CAudioSignMulti empty;
-  CAudioSignMulti plain;
+  CAudioSignMulti empty, plain, active;
   plain.adopt(builtSignature());
-  CAudioSignMulti active;
   active.adopt(new CSignDataMulti(*plain.getData(), 0, 0, "HUE"));
   EXPECT_EQ(thrownText([&] { empty.compare(plain); }), "Uninitialized CAudioSignMulti object");
   for (const auto& pair : {std::pair{&active, &plain}, {&active, &empty}, {&plain, &active}}) {

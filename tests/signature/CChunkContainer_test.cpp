@@ -4,6 +4,7 @@
 
 #include <sstream>
 #include <string>
+#include <tuple>
 
 #include "tests/signature/OlderStreams.h"
 #include "tests/support/ExpectVEXL.h"
@@ -11,74 +12,44 @@
 
 namespace {
 
-std::string rest(std::istream& in) {
-  return hexText(
-      std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>()));
-}
-
-// The frames themselves are checked through the conversion in CWholeStream_test.
+// Reading ends with the declared body, an ID3 tag or a second stream; the frames themselves are
+// checked through the conversion in CWholeStream_test.
 TEST(CChunkContainerTest, ReadsTheOlderFormUpToItsEnd) {
-  for (int version : {3, 4}) {
-    SCOPED_TRACE(version);
-    std::istringstream in(hexString("4F525646 0000000" + std::to_string(version) + " 53" +
-                                    kOlderBodyVarint + kOlderTail));
+  const std::string v3 = hexString("4F52564600000003 53" + kOlderBodyVarint);
+  const std::string meta = hexString("4D455441 09 04 54495432 03 616263");
+  std::string metas = hexString("4F525646 00000004 6A 46454154 05 44415441 AB");
+  for (int i = 0; i < 5; ++i) metas += meta;
+  const std::tuple<std::string, int, unsigned, uint32_t, std::string, const char*> cases[] = {
+      // The ID3 tag's size bytes 7F 7F 00 00 count as 0: 10 bytes follow its header.
+      {v3 + hexString(kOlderTail), 7, 1, 83, hexString("4F52564600000005"), ""},
+      {hexString("4F52564600000004 53" + kOlderBodyVarint + kOlderTail), 1, 0, 83,
+       hexString(kOlderTail), ""},
+      // Size bytes 00 00 01 01 read as the word 00 01 01 00: 2^14 + 2^7, and 10 bytes more.
+      {v3 + hexString("494433 030000 00000101") + std::string(16522, 'x') + "ORVF", 5, 0, 83,
+       "ORVF", ""},
+      // "VERS" takes 10 of the 11 declared bytes; the "FEAT" behind it holds 124 data bytes, so
+      // its length with the inner id needs a two-byte varint.
+      {hexString("4F525646 00000003 0B 56455253 05 4631433231 46454154 8100 44415441") +
+           std::string(124, 'x'),
+       1, 0, 160, "", ""},
+      // Declared body 106: after the chunk pos is 39; each "META" of 9 frame bytes adds 9 + 9 + 4
+      // (kept), so the third leaves 105, the fourth reaches 127 and the fifth stays unread.
+      {metas, 3, 4, 31, meta, ""},
+      // A zero "TUID" is refused with a message and reading goes on.
+      {hexString("4F525646 00000003 16 54554944 0000000000000000 46454154 05 44415441 AB"), 1, 0,
+       31, "", "ERROR invalid TUID: use values > 0\n"},
+  };
+  for (const auto& [bytes, result, frames, bodySize, rest, message] : cases) {
+    SCOPED_TRACE(hexText(bytes.substr(0, 12)));
+    std::istringstream in(bytes);
     CChunkContainer chunks(1, nullptr, nullptr);
-    EXPECT_EQ(chunks.parseStream(in), version == 3 ? 7 : 1);
-    EXPECT_EQ(chunks.bodySize(), 83u);
-    if (version == 3) {
-      EXPECT_EQ(chunks.findFrame("TIT2", 4), 0);
-      // kept: the header and 10 bytes more than the tag's size of 0.
-      EXPECT_EQ(chunks.getId3TagSize(), 10u);
-      EXPECT_EQ(chunks.getId3Tag().size(), 20u);
-    }
-    // Version 4 ends with the declared body: "META" stays in the stream.
-    EXPECT_EQ(rest(in), hexText(hexString(version == 3 ? "4F52564600000005" : kOlderTail)));
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(chunks.parseStream(in), result);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), message);
+    EXPECT_EQ(chunks.frameCount(), frames);
+    EXPECT_EQ(chunks.bodySize(), bodySize);
+    EXPECT_EQ(hexText(std::string(std::istreambuf_iterator<char>(in), {})), hexText(rest));
   }
-}
-
-TEST(CChunkContainerTest, AChunkStartingOnTheLastDeclaredByteIsReadAndSized) {
-  // "VERS" takes 10 of the 11 declared bytes; the "FEAT" behind it holds 124 data bytes, so
-  // its length with the inner id needs a two-byte varint.
-  std::istringstream in(
-      hexString("4F525646 00000003 0B 56455253 05 4631433231 46454154 8100 44415441") +
-      std::string(124, 'x'));
-  CChunkContainer chunks(1, nullptr, nullptr);
-  EXPECT_EQ(chunks.parseStream(in), 1);
-  EXPECT_EQ(chunks.subChunkCount(), 1);
-  EXPECT_EQ(chunks.bodySize(), 160u);
-}
-
-TEST(CChunkContainerTest, Id3SizeIsTakenFromBytesSevenToNine) {
-  // Size bytes 00 00 01 01 read as the word 00 01 01 00: 2^14 + 2^7, and 10 bytes more.
-  std::istringstream in(
-      hexString("4F52564600000003 53" + kOlderBodyVarint + "494433 030000 00000101") +
-      std::string(16522, 'x') + "ORVF");
-  CChunkContainer chunks(1, nullptr, nullptr);
-  EXPECT_EQ(chunks.parseStream(in), 5);
-  EXPECT_EQ(chunks.getId3TagSize(), 16522u);
-  EXPECT_EQ(rest(in), "4F 52 56 46");
-}
-
-TEST(CChunkContainerTest, MetaChunksCountTwiceTowardTheDeclaredSize) {
-  // Declared body 106: after the chunk pos is 39; each "META" of 9 frame bytes adds 9 + 9 + 4
-  // (kept), so the third leaves 105, the fourth reaches 127 and the fifth stays in the stream.
-  const std::string meta = "4D455441 09 04 54495432 03 616263";
-  std::string hex = "4F525646 00000004 6A 46454154 05 44415441 AB";
-  for (int i = 0; i < 5; ++i) hex += meta;
-  std::istringstream in(hexString(hex));
-  CChunkContainer chunks(1, nullptr, nullptr);
-  EXPECT_EQ(chunks.parseStream(in), 3);
-  EXPECT_EQ(chunks.frameCount(), 4u);
-  EXPECT_EQ(rest(in), hexText(hexString(meta)));
-
-  // A zero "TUID" is refused with a message and reading goes on.
-  std::istringstream zero(
-      hexString("4F525646 00000003 16 54554944 0000000000000000 46454154 05 "
-                "44415441 AB"));
-  CChunkContainer fresh(1, nullptr, nullptr);
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(fresh.parseStream(zero), 1);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "ERROR invalid TUID: use values > 0\n");
 }
 
 TEST(CChunkContainerTest, RefusesBadStreams) {
@@ -151,11 +122,8 @@ TEST(CChunkContainerTest, VerifiesTheSignatureFrameThroughTheHook) {
       "Error: wrong public key - it's not the correspondent of\n"
       "the used encryption key. Cannot verify signature!\n";
   const char* badFrame = "Error: bad md5 Signature\n";
-  const struct {
-    std::string dsig, key;  // the hook's key; empty: the hook has none
-    int result;
-    const char* message;
-  } cases[] = {
+  // The hook's key; empty: the hook has none.
+  const std::tuple<std::string, const char*, int, const char*> cases[] = {
       {good, "KEY", 3, ""},
       {wrong, "KEY", -2, "Error: signature failed security verification\n"},
       {good, "KEX", 11, foreign},
@@ -165,16 +133,16 @@ TEST(CChunkContainerTest, VerifiesTheSignatureFrameThroughTheHook) {
       {hexString("31 09 4B4559"), "KEY", -3, badFrame},          // key runs past the frame
       {hexString("31 03 4B4559 05 5347"), "KEY", -3, badFrame},  // signature runs past it
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(hexText(c.dsig) + " / " + c.key);
-    std::istringstream in(olderSignedStream(c.dsig));
+  for (const auto& [dsig, key, result, message] : cases) {
+    SCOPED_TRACE(hexText(dsig) + " / " + key);
+    std::istringstream in(olderSignedStream(dsig));
     ToyHook hook;
-    hook.verificationKey = c.key;
-    hook.verificationKeyLoaded = c.key.empty() ? 0 : 1;
+    hook.verificationKey = key;
+    hook.verificationKeyLoaded = *key ? 1 : 0;
     CChunkContainer chunks(1, nullptr, &hook);
     testing::internal::CaptureStderr();
-    EXPECT_EQ(chunks.parseStream(in), c.result);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), c.message);
+    EXPECT_EQ(chunks.parseStream(in), result);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), message);
   }
 }
 

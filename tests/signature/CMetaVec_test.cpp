@@ -1,11 +1,6 @@
 #include "signature/CMetaVec.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include "tests/signature/OlderStreams.h"
 #include "tests/support/ThrownText.h"
@@ -30,20 +25,13 @@ unsigned parseString(CMetaVec& v, const std::string& bytes) {
                  static_cast<unsigned>(bytes.size()));
 }
 
-CMetaVec fourFrames() {
+TEST(MetaVec, TagTableSearchAndBadIndices) {
+  EXPECT_STREQ(CMetaVec::tagName(0), "TPE1");
+  EXPECT_STREQ(CMetaVec::tagName(16), "IPINF");
+  EXPECT_STREQ(CMetaVec::tagName(17), "_inv_tag_");
+  EXPECT_STREQ(CMetaVec::tagName(-1), "_inv_tag_");
   CMetaVec v;
   parseString(v, kFourFrames);
-  return v;
-}
-
-TEST(MetaVec, TagTableSearchAndBadIndices) {
-  for (const auto& [index, tag] : {std::pair<int, const char*>{0, "TPE1"},
-                                   {16, "IPINF"},
-                                   {17, "_inv_tag_"},
-                                   {-1, "_inv_tag_"}}) {
-    EXPECT_STREQ(CMetaVec::tagName(index), tag);
-  }
-  CMetaVec v = fourFrames();
   add(v, "TIME", hexString("00000001"));
   EXPECT_EQ(v.findFrame("TIM", 3), -1);  // a prefix is not the id
   EXPECT_EQ(v.findTaggedFrame(kTagTime, 3), 4);
@@ -69,7 +57,8 @@ TEST(MetaVec, TagTableSearchAndBadIndices) {
 }
 
 TEST(MetaVec, EditingKeepsOrder) {
-  CMetaVec v = fourFrames();
+  CMetaVec v;
+  parseString(v, kFourFrames);
   EXPECT_EQ(thrownText([&] { v.addNewFrame(0, "", 1); }), kMetaIdLength);
   EXPECT_EQ(thrownText([&] { v.addNewFrame(256, std::string(256, 'a').data(), 1); }),
             kMetaIdLength);
@@ -77,33 +66,26 @@ TEST(MetaVec, EditingKeepsOrder) {
   add(v, "Cuid", "");
   EXPECT_EQ(v.removeFrame(1), 1);
   EXPECT_THAT(frameIds(v), ElementsAre("Cuid", "TIME", "X", "FeatObj", "Cuid"));
-
-  CMetaVec copy(v, kTagFeatObj);
-  EXPECT_THAT(frameIds(copy), ElementsAre("Cuid", "TIME", "X", "Cuid"));
+  EXPECT_THAT(frameIds(CMetaVec(v, kTagFeatObj)), ElementsAre("Cuid", "TIME", "X", "Cuid"));
   EXPECT_EQ(v.assignExcept(v, kTagCuid), 3u);  // on itself: in place
   EXPECT_THAT(frameIds(v), ElementsAre("TIME", "X", "FeatObj"));
   EXPECT_EQ(v.removeAllWithId("FeatObj", 7), 2u);
-}
 
-// The block's bytes are pinned by the stream goldens of CWholeStream_test.
-TEST(MetaVec, ParseReplacesTheFramesAndAnEmptyVectorWritesNothing) {
-  CMetaVec v;
-  add(v, "old", "");
-  EXPECT_EQ(parseString(v, kFourFrames), kFourFrames.size());
-  EXPECT_THAT(frameIds(v), ElementsAre("Cuid", "VER", "TIME", "X"));
   std::ostringstream none;
   testing::internal::CaptureStderr();
-  EXPECT_EQ(CMetaVec().writeTo(none), 1);
+  EXPECT_EQ(CMetaVec().writeTo(none), 1);  // an empty vector writes nothing
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "ERROR no meta data to write!\n");
   EXPECT_EQ(none.str(), "");
 }
 
-TEST(MetaVec, ParseTakesTheLengthOverSAndNeverRunsPastIt) {
+// The block's bytes are pinned by the stream goldens of CWholeStream_test.
+TEST(MetaVec, ParseReplacesTheFramesTakesTheLengthOverSAndNeverRunsPastIt) {
   CMetaVec v;
+  add(v, "old", "");
   std::string wrongS = kFourFrames;
   wrongS[4] = 0x05;
   EXPECT_EQ(parseString(v, wrongS), kFourFrames.size());
-  EXPECT_EQ(v.frameCount(), 4u);
+  EXPECT_THAT(frameIds(v), ElementsAre("Cuid", "VER", "TIME", "X"));
   EXPECT_EQ(v.parse(reinterpret_cast<const unsigned char*>(kFourFrames.data()), 0), 35u);
   EXPECT_EQ(parseString(v, hexString("4D455441 00")), 5u);
   EXPECT_EQ(v.frameCount(), 0u);
@@ -136,13 +118,12 @@ TEST(MetaVec, ReadFromAddsFramesUntilTheSizeAndStopsAtAFailedOne) {
   for (const std::string& bytes :
        {hexString("04 43756964 04 0000"), hexString("04 43756964 84"),
         hexString("80") + std::string(140, 'a'), hexString("00 00"), std::string()}) {
-    SCOPED_TRACE(hexText(bytes));
     CMetaVec failed;
     std::istringstream bad(bytes);
     testing::internal::CaptureStderr();
     EXPECT_EQ(failed.readFrom(bad, 100), 0u);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "ERROR parsing Meta Tags\n");
-    ASSERT_EQ(failed.frameCount(), 1u);  // the failed frame stays, with id length 0
+    ASSERT_EQ(failed.frameCount(), 1u) << hexText(bytes);  // the failed frame stays, id length 0
     EXPECT_EQ(failed.frameAt(0).idLength, 0u);
   }
 }

@@ -1,14 +1,10 @@
 #include "signature/CSignDataMulti.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstring>
 #include <memory>
-#include <sstream>
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include "feature/CSignDataASE.h"
 #include "feature/CSignDataSFM.h"
@@ -123,11 +119,10 @@ TEST(SignDataMulti, NoFeatureNoStreamAndTheFactory) {
   // By feature id alone, whatever the stored type word says: 1 and 2 an SFM, 3 an ASE, every
   // other id a plain float feature.
   for (uint16_t id : {0, 1, 2, 3, 2027}) {
-    SCOPED_TRACE(id);
     std::unique_ptr<CFeatureObjectBase> object(data.createFeature(id, "uchr"));
-    EXPECT_NE(dynamic_cast<CFeatureObject<float>*>(object.get()), nullptr);
-    EXPECT_EQ(dynamic_cast<CSignDataSFM*>(object.get()) != nullptr, id == 1 || id == 2);
-    EXPECT_EQ(dynamic_cast<CSignDataASE*>(object.get()) != nullptr, id == 3);
+    EXPECT_TRUE(dynamic_cast<CFeatureObject<float>*>(object.get())) << id;
+    EXPECT_EQ(dynamic_cast<CSignDataSFM*>(object.get()) != nullptr, id == 1 || id == 2) << id;
+    EXPECT_EQ(dynamic_cast<CSignDataASE*>(object.get()) != nullptr, id == 3) << id;
   }
 }
 

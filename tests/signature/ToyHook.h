@@ -3,7 +3,6 @@
 #ifndef ORVANE_TESTS_SIGNATURE_TOYHOOK_H_
 #define ORVANE_TESTS_SIGNATURE_TOYHOOK_H_
 
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -14,57 +13,54 @@ class ToyHook : public CSignatureHook {
  public:
   // The digest of data followed by key, as the hook would sign it.
   static std::string sign(const std::string& data, const std::string& key) {
-    uint32_t digest = kBasis;
-    feed(digest, (data + key).data(), static_cast<unsigned>(data.size() + key.size()));
-    unsigned char bytes[4];
-    storeBigEndian32(bytes, digest);
-    return std::string(reinterpret_cast<char*>(bytes), 4);
+    ToyHook hook;
+    hook.feed((data + key).data(), static_cast<unsigned>(data.size() + key.size()));
+    return hook.digestBytes();
   }
-
   int hasSigningKey() override { return signingKeyLoaded; }
   int hasVerificationKey() override { return verificationKeyLoaded; }
-  int getEncryptionKey(const unsigned char** bytes) override {
-    *bytes = reinterpret_cast<const unsigned char*>(encryptionKey.data());
-    return static_cast<int>(encryptionKey.size());
-  }
+  int getEncryptionKey(const unsigned char** bytes) override { return give(encryptionKey, bytes); }
   int getVerificationKey(const unsigned char** bytes) override {
-    *bytes = reinterpret_cast<const unsigned char*>(verificationKey.data());
     const size_t call = verificationKeyCalls++;
-    return call < verificationKeyAnswers.size() ? verificationKeyAnswers[call]
-                                                : static_cast<int>(verificationKey.size());
+    const int length = give(verificationKey, bytes);
+    return call < verificationKeyAnswers.size() ? verificationKeyAnswers[call] : length;
   }
   int signInit() override { return (digest = kBasis, signInitResult); }
-  int signUpdate(const void* data, unsigned length) override { return feed(digest, data, length); }
+  int signUpdate(const void* data, unsigned n) override { return feed(data, n); }
   int signFinal(const unsigned char** bytes, unsigned* length) override {
-    storeBigEndian32(out, digest);
-    *bytes = out;
-    *length = 4;
+    *length = static_cast<unsigned>(give(out = digestBytes(), bytes));
     return signFinalResult;
   }
   int verifyInit() override { return (digest = kBasis, verifyInitResult); }
-  int verifyUpdate(const void* data, unsigned length) override {
-    return feed(digest, data, length);
-  }
-  int verifyFinal(const void* signature, unsigned length) override {
-    storeBigEndian32(out, digest);
-    return length == 4 && std::memcmp(signature, out, 4) == 0 ? 0 : 1;
+  int verifyUpdate(const void* data, unsigned n) override { return feed(data, n); }
+  int verifyFinal(const void* signature, unsigned n) override {
+    return std::string(static_cast<const char*>(signature), n) == digestBytes() ? 0 : 1;
   }
 
   std::string encryptionKey = "key1", verificationKey = "key1";
   int signingKeyLoaded = 1, verificationKeyLoaded = 1;
   int signInitResult = 0, signFinalResult = 0, verifyInitResult = 0;
   std::vector<int> verificationKeyAnswers;  // forced lengths, one per call; then the key's
-  size_t verificationKeyCalls = 0;
 
  private:
-  static constexpr uint32_t kBasis = 0x811C9DC5u;
-  static int feed(uint32_t& digest, const void* data, unsigned length) {
+  static int give(const std::string& bytes, const unsigned char** out) {
+    *out = reinterpret_cast<const unsigned char*>(bytes.data());
+    return static_cast<int>(bytes.size());
+  }
+  int feed(const void* data, unsigned n) {
     const auto* bytes = static_cast<const unsigned char*>(data);
-    for (unsigned i = 0; i < length; ++i) digest = (digest ^ bytes[i]) * 0x01000193u;
+    for (unsigned i = 0; i < n; ++i) digest = (digest ^ bytes[i]) * 0x01000193u;
     return 0;
   }
+  std::string digestBytes() const {
+    std::string bytes(4, '\0');
+    storeBigEndian32(reinterpret_cast<unsigned char*>(&bytes[0]), digest);
+    return bytes;
+  }
+  static constexpr uint32_t kBasis = 0x811C9DC5u;
   uint32_t digest = kBasis;
-  unsigned char out[4] = {};
+  size_t verificationKeyCalls = 0;
+  std::string out;
 };
 
 #endif  // ORVANE_TESTS_SIGNATURE_TOYHOOK_H_
