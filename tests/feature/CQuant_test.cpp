@@ -107,9 +107,11 @@ TEST(CQuantPolynomialTest, CoefficientsAndMonotonyCheck) {
             "polynomial doesn't rise in all points between 0 and 1");
   EXPECT_EQ(thrownText([] { CQuant_polynomial(0.0f, 1.0f, 256, false, 1.0f, -0.1f); }),
             "rising must be greater or equal zero");
-  // A double root of the slope at an edge (3, 0 and 0, 3) is accepted.
+  // A double root of the slope at an edge (3, 0 and 0, 3) or inside (3, 3: a flat inflection
+  // at 0.5) is accepted.
   EXPECT_EQ(thrownText([] { CQuant_polynomial(0.0f, 1.0f, 256, false, 3.0f, 0.0f); }) +
-                thrownText([] { CQuant_polynomial(0.0f, 1.0f, 256, false, 0.0f, 3.0f); }),
+                thrownText([] { CQuant_polynomial(0.0f, 1.0f, 256, false, 0.0f, 3.0f); }) +
+                thrownText([] { CQuant_polynomial(0.0f, 1.0f, 256, false, 3.0f, 3.0f); }),
             "");
 }
 
