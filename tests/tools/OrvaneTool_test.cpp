@@ -5,9 +5,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sqlite3.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -17,14 +15,15 @@
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <regex>
-#include <sstream>
+#include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 #include <vips/vips8>
 
 #include "tests/support/ReadFile.h"
+#include "tests/support/RunProgram.h"
 
 namespace {
 
@@ -54,6 +53,22 @@ vips::VImage scene(int seed, int width, int height) {
   return block.ifthenelse(std::vector<double>{250.0, 240.0, 60.0 * (seed % 4)}, waves)
       .cast(VIPS_FORMAT_UCHAR)
       .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+}
+
+// The first column of every row that the statements give; nothing when the file cannot be
+// opened or they fail (as while the tool is still making the library).
+std::optional<std::vector<std::string>> sql(const std::string& file, const std::string& statements,
+                                            int open = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE) {
+  sqlite3* db = nullptr;
+  std::vector<std::string> rows;
+  const auto row = [](void* to, int, char** values, char**) {
+    static_cast<std::vector<std::string>*>(to)->emplace_back(values[0] ? values[0] : "");
+    return 0;
+  };
+  const bool done = sqlite3_open_v2(file.c_str(), &db, open, nullptr) == SQLITE_OK &&
+                    sqlite3_exec(db, statements.c_str(), row, &rows, nullptr) == SQLITE_OK;
+  sqlite3_close(db);
+  return done ? std::optional(rows) : std::nullopt;
 }
 
 class OrvaneToolTest : public ::testing::Test {
@@ -188,14 +203,7 @@ TEST_F(OrvaneToolTest, OldLibrariesAreUpgradedAndAnswerAlike) {
   const SRun fresh = run("dups " + library + " --json -j 1");
   ASSERT_EQ(fresh.status, 0) << fresh.err;
   const std::string old = (dir / "old.orvane").string();
-  const auto sql = [](const std::string& file, const std::string& statements) {
-    sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(db, statements.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
-        << sqlite3_errmsg(db);
-    sqlite3_close(db);
-  };
-  sql(old, R"sql(
+  ASSERT_TRUE(sql(old, R"sql(
     CREATE TABLE photo (id INTEGER PRIMARY KEY, path TEXT NOT NULL UNIQUE, size INTEGER NOT NULL,
                         mtime INTEGER NOT NULL, signature BLOB NOT NULL);
     CREATE TABLE counter (generation INTEGER NOT NULL);
@@ -211,14 +219,14 @@ TEST_F(OrvaneToolTest, OldLibrariesAreUpgradedAndAnswerAlike) {
     INSERT INTO photo SELECT * FROM fresh.photo;
     INSERT INTO cache VALUES (6, x'0000');
     PRAGMA application_id = 1330796110;  -- "ORVN"
-    PRAGMA user_version = 1;)sql");
+    PRAGMA user_version = 1;)sql"));
   const SRun upgraded = run("dups " + old + " --json");
   EXPECT_EQ(upgraded.status, 0) << upgraded.err;
   EXPECT_EQ(upgraded.out, fresh.out);
   EXPECT_EQ(run("find " + old + " " + photo("first.jpg")).out,
             run("find " + library + " " + photo("first.jpg")).out);
 
-  sql(old, "UPDATE photo SET signature = x'4f52' WHERE path LIKE '%first-q15%'");
+  ASSERT_TRUE(sql(old, "UPDATE photo SET signature = x'4f52' WHERE path LIKE '%first-q15%'"));
   const SRun skipped = run("dups " + old);
   EXPECT_EQ(skipped.status, 0);
   EXPECT_THAT(skipped.out, ::testing::StartsWith("3 photos:\n"));
@@ -259,10 +267,7 @@ TEST_F(OrvaneToolTest, ScoresReadTheSameFromTheCacheAndFromTheSignatures) {
   index();
   const std::string query = "find " + library + " " + photo("third.jpg") + " --near 6 --json";
   const SRun cached = run(query);
-  sqlite3* db = nullptr;
-  ASSERT_EQ(sqlite3_open(library.c_str(), &db), SQLITE_OK);
-  ASSERT_EQ(sqlite3_exec(db, "DELETE FROM vectors", nullptr, nullptr, nullptr), SQLITE_OK);
-  sqlite3_close(db);
+  ASSERT_TRUE(sql(library, "DELETE FROM vectors"));
   const SRun rebuilt = run(query);
   EXPECT_EQ(cached.status, 0);
   EXPECT_EQ(cached.out, rebuilt.out);
@@ -323,10 +328,7 @@ TEST_F(OrvaneToolTest, ForeignOrDamagedLibraryIsRefusedAndLeftAlone) {
   const std::string garbage = dir / "garbage.orvane";
   std::ofstream(garbage, std::ios::binary) << std::string(5000, '\x5a');
   const std::string foreign = dir / "foreign.sqlite";
-  sqlite3* db = nullptr;
-  ASSERT_EQ(sqlite3_open(foreign.c_str(), &db), SQLITE_OK);
-  ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE photo (x)", nullptr, nullptr, nullptr), SQLITE_OK);
-  sqlite3_close(db);
+  ASSERT_TRUE(sql(foreign, "CREATE TABLE photo (x)"));
   // An orvane library with a damaged page in the middle.
   index();
   const std::string damaged = dir / "damaged.orvane";
@@ -362,19 +364,10 @@ TEST_F(OrvaneToolTest, ForeignOrDamagedLibraryIsRefusedAndLeftAlone) {
   }
 }
 
+// Opened without creating it, so that the tool is the one to make the library.
 int photoRows(const std::string& library) {
-  sqlite3* db = nullptr;
-  int rows = -1;
-  if (sqlite3_open_v2(library.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
-    sqlite3_stmt* count = nullptr;
-    if (sqlite3_prepare_v2(db, "SELECT count(*) FROM photo", -1, &count, nullptr) == SQLITE_OK &&
-        sqlite3_step(count) == SQLITE_ROW) {
-      rows = sqlite3_column_int(count, 0);
-    }
-    sqlite3_finalize(count);
-  }
-  sqlite3_close(db);
-  return rows;
+  const auto rows = sql(library, "SELECT count(*) FROM photo", SQLITE_OPEN_READWRITE);
+  return rows ? std::stoi(rows->at(0)) : -1;
 }
 
 TEST_F(OrvaneToolTest, IndexKilledHalfWayLeavesAValidLibrary) {
@@ -384,23 +377,13 @@ TEST_F(OrvaneToolTest, IndexKilledHalfWayLeavesAValidLibrary) {
   for (int i = 1; i < kPhotos; ++i) {
     fs::copy_file(first, photos / ("photo-" + std::to_string(1000 + i).substr(1) + ".jpg"));
   }
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    freopen("/dev/null", "w", stdout);
-    freopen("/dev/null", "w", stderr);
-    execl(ORVANE_TOOL, ORVANE_TOOL, "index", library.c_str(), photos.c_str(), "-j", "1",
-          static_cast<char*>(nullptr));
-    _exit(127);
-  }
+  const pid_t child = startProgram({ORVANE_TOOL, "index", library, photos, "-j", "1"}, dir / "log");
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   while (photoRows(library) <= 0 && std::chrono::steady_clock::now() < deadline) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   kill(child, SIGKILL);
-  int raw = 0;
-  waitpid(child, &raw, 0);
-  ASSERT_TRUE(WIFSIGNALED(raw)) << "the index ended before it was killed";
+  ASSERT_EQ(waitProgram(child), -1) << "the index ended before it was killed";
 
   const int kept = photoRows(library);
   EXPECT_GT(kept, 0);
@@ -471,25 +454,14 @@ TEST_F(OrvaneToolTest, PhotosAboveThePixelBoundAreDecodedSmallerInBoundedMemory)
   // a reduced scale.
   save(vips::VImage::black(20000, 20000), photos / "bomb.png", "[compression=9]");
   save(vips::VImage::black(12000, 9000), photos / "interlaced.png", "[interlace]");
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    freopen((dir / "stdout").c_str(), "w", stdout);
-    freopen((dir / "stderr").c_str(), "w", stderr);
-    execl(ORVANE_TOOL, ORVANE_TOOL, "index", library.c_str(), photos.c_str(),
-          static_cast<char*>(nullptr));
-    _exit(127);
-  }
-  int raw = 0;
+  const std::string out = dir / "out";
   struct rusage usage {};
-  wait4(child, &raw, 0, &usage);
+  EXPECT_EQ(waitProgram(startProgram({ORVANE_TOOL, "index", library, photos}, out), &usage), 3);
   // Processor time, which a busy machine does not stretch as it does the clock.
   const double seconds = usage.ru_utime.tv_sec + usage.ru_stime.tv_sec +
                          1e-6 * (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec);
-  ASSERT_TRUE(WIFEXITED(raw));
-  EXPECT_EQ(WEXITSTATUS(raw), 3);
-  EXPECT_THAT(readFile(dir / "stdout"), HasSubstr("1 added, 0 updated, 0 skipped, 1 failed"));
-  const std::string err = readFile(dir / "stderr");
+  EXPECT_THAT(readFile(out), HasSubstr("1 added, 0 updated, 0 skipped, 1 failed"));
+  const std::string err = readFile(out + ".err");
   EXPECT_THAT(err, HasSubstr(photo("bomb.png") + ": 20000 x 20000 pixels, more than 100 "
                                                  "megapixels: indexed from a decode at 10000 x "
                                                  "10000"));
@@ -534,32 +506,18 @@ TEST_F(OrvaneToolTest, MirroredAndTurnedCopiesAreFoundInAnyOrientation) {
   EXPECT_THAT(dups.out, Not(HasSubstr("second")));
 }
 
-// Every file under a folder with its size and modification time.
-std::string listing(const fs::path& folder) {
-  std::vector<std::string> lines;
+// Every file and folder under a folder, the files with their size and modification time.
+std::set<std::string> listing(const fs::path& folder, bool stamps = true) {
+  std::set<std::string> lines;
   for (const auto& entry : fs::recursive_directory_iterator(folder)) {
     std::string line = entry.path().string();
-    if (entry.is_regular_file()) {
+    if (stamps && entry.is_regular_file()) {
       line += " " + std::to_string(entry.file_size()) + " " +
               std::to_string(entry.last_write_time().time_since_epoch().count());
     }
-    lines.push_back(line);
+    lines.insert(line);
   }
-  std::sort(lines.begin(), lines.end());
-  std::string all;
-  for (const std::string& line : lines) all += line + "\n";
-  return all;
-}
-
-// The path of the member marked keep in each group of a dups answer in JSON.
-std::vector<std::string> keptPaths(const std::string& answer) {
-  std::vector<std::string> kept;
-  for (const Json& group : Json::parse(answer)) {
-    for (const Json& member : group) {
-      if (member["action"] == "keep") kept.push_back(member["path"]);
-    }
-  }
-  return kept;
+  return lines;
 }
 
 TEST_F(OrvaneToolTest, EachKeepRuleChoosesItsPhoto) {
@@ -581,7 +539,13 @@ TEST_F(OrvaneToolTest, EachKeepRuleChoosesItsPhoto) {
     SCOPED_TRACE(c.rule);
     const SRun dups = run("dups " + library + " --json --keep " + c.rule);
     EXPECT_EQ(dups.status, 0) << dups.err;
-    EXPECT_EQ(keptPaths(dups.out), std::vector<std::string>{photo(c.kept)});
+    std::vector<std::string> kept;
+    for (const Json& group : Json::parse(dups.out)) {
+      for (const Json& member : group) {
+        if (member["action"] == "keep") kept.push_back(member["path"]);
+      }
+    }
+    EXPECT_EQ(kept, std::vector<std::string>{photo(c.kept)});
   }
   EXPECT_EQ(run("dups " + library + " --keep biggest").status, 2);
 }
@@ -599,7 +563,7 @@ TEST_F(OrvaneToolTest, MoveToMovesTheOthersAndRecordsWhereTheyAre) {
   fs::create_directories(out / "copies");
   std::ofstream(out / "copies" / "first-q15.jpg") << "someone else's file";
   fs::remove(photo("copies/first-small.jpg"));  // vanished since it was indexed
-  const std::string referenceListing = listing(reference);
+  const auto referenceListing = listing(reference);
 
   const std::string dups = "dups " + library + " --reference " + reference.string();
   for (const std::string& inside : {photo("copies/new"), (reference / "x").string()}) {
@@ -635,7 +599,7 @@ TEST_F(OrvaneToolTest, MoveToMovesTheOthersAndRecordsWhereTheyAre) {
 TEST_F(OrvaneToolTest, DryRunChangesNothing) {
   makeFolder();
   index();
-  const std::string before = listing(photos);
+  const auto before = listing(photos);
   const std::string libraryBefore = readFile(library);
   const SRun planned = run("dups " + library + " --move-to " + (dir / "out").string() +
                            " --dry-run");
@@ -657,45 +621,21 @@ TEST_F(OrvaneToolTest, MoveKilledHalfWayLeavesEveryPhotoRecordedWhereItIs) {
     fs::copy_file(first, photos / ("photo-" + std::to_string(100 + i).substr(1) + ".png"));
   }
   index();
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    freopen("/dev/null", "w", stdout);
-    freopen("/dev/null", "w", stderr);
-    execl(ORVANE_TOOL, ORVANE_TOOL, "dups", library.c_str(), "--move-to", out.c_str(),
-          static_cast<char*>(nullptr));
-    _exit(127);
-  }
+  const pid_t child = startProgram({ORVANE_TOOL, "dups", library, "--move-to", out}, dir / "log");
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   while ((!fs::exists(out) || fs::is_empty(out)) && std::chrono::steady_clock::now() < deadline) {
     std::this_thread::sleep_for(std::chrono::microseconds(200));
   }
   // Killed as the first file lands, which may still be a partial copy that opening removes.
   kill(child, SIGKILL);
-  int raw = 0;
-  waitpid(child, &raw, 0);
-  EXPECT_TRUE(WIFSIGNALED(raw)) << "the move ended before it was killed";
+  EXPECT_EQ(waitProgram(child), -1) << "the move ended before it was killed";
 
   ASSERT_EQ(run("info " + library).status, 0);  // opening settles the cut move
-  std::vector<std::string> recorded;
-  sqlite3* db = nullptr;
-  ASSERT_EQ(sqlite3_open(library.c_str(), &db), SQLITE_OK);
-  sqlite3_stmt* query = nullptr;
-  ASSERT_EQ(sqlite3_prepare_v2(db, "SELECT path FROM photo", -1, &query, nullptr), SQLITE_OK);
-  while (sqlite3_step(query) == SQLITE_ROW) {
-    recorded.push_back(reinterpret_cast<const char*>(sqlite3_column_text(query, 0)));
-  }
-  sqlite3_finalize(query);
-  sqlite3_close(db);
-  std::vector<std::string> present;
-  for (const fs::path& folder : {photos, out}) {
-    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-      if (entry.is_regular_file()) present.push_back(entry.path().string());
-    }
-  }
-  std::sort(recorded.begin(), recorded.end());
-  std::sort(present.begin(), present.end());
-  EXPECT_EQ(recorded, present);
+  const auto recorded = sql(library, "SELECT path FROM photo ORDER BY path");
+  ASSERT_TRUE(recorded);
+  std::set<std::string> present = listing(photos, false);
+  present.merge(listing(out, false));
+  EXPECT_EQ(*recorded, std::vector<std::string>(present.begin(), present.end()));
   EXPECT_EQ(present.size(), static_cast<size_t>(kPhotos));  // nothing lost, nothing doubled
 
   const SRun resumed = run("dups " + library + " --move-to " + out.string());

@@ -5,8 +5,6 @@
 #include <glib.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -19,6 +17,7 @@
 #include <vips/vips8>
 
 #include "tests/support/ReadFile.h"
+#include "tests/support/RunProgram.h"
 
 namespace {
 
@@ -26,28 +25,6 @@ namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using Json = nlohmann::json;
-
-// Runs the program without a shell, so that hostile file names pass as they are; the
-// status, or -1 when it did not end by itself.
-// Standard output goes to output, standard error beside it (.err).
-int runProgram(const std::vector<std::string>& arguments, const fs::path& output) {
-  std::fflush(stdout);
-  const pid_t child = fork();
-  if (child == 0) {
-    std::vector<char*> argv;
-    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    if (freopen(output.c_str(), "w", stdout) == nullptr ||
-        freopen((output.string() + ".err").c_str(), "w", stderr) == nullptr) {
-      _exit(126);
-    }
-    execvp(argv[0], argv.data());
-    _exit(127);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
 
 // Cloudy colours of their own for every seed.
 vips::VImage clouds(int seed, int width, int height) {
