@@ -58,10 +58,20 @@ def test_add_remove_clear(database, signatures):
     assert len(database) == 0
 
 
+def reweighted():
+    database = orvane.Database()
+    database.set_weight(0, 60.0)
+    return database
+
+
 @pytest.mark.parametrize(
     "call, error, text",
     [
         (lambda db, s: db.add(s, 0), orvane.Error, "addSignature Unknown Error"),
+        (lambda db, s: orvane.Database().same_photo(s), orvane.Error, "classifyFloat with 0 items in databases"),
+        (lambda db, s: orvane.Database().remove(1), orvane.Error, "Database is emty, item can not be removed"),
+        (lambda db, s: reweighted().duplicate_pairs(), ValueError, "weights of a new Database"),
+        (lambda db, s: db.duplicate_pairs(reweighted()), ValueError, "weights of a new Database"),
         (lambda db, s: db.add(s, 2**31), ValueError, "id must be a 32-bit signed integer"),
         (lambda db, s: db.nearest(s, -1), ValueError, "0 (all) or more, not -1"),
         (lambda db, s: db.add(b"ORVF", 1), TypeError, "incompatible function arguments"),
@@ -78,23 +88,10 @@ def test_wrong_calls_raise(database, signatures, call, error, text):
     assert text in str(raised.value)
 
 
-def test_library_failures_on_an_empty_database(signatures):
-    empty = orvane.Database()
-    with pytest.raises(orvane.Error, match="^classifyFloat with 0 items in databases$"):
-        empty.same_photo(signatures[1])
-    with pytest.raises(orvane.Error, match="^Database is emty, item can not be removed$"):
-        empty.remove(1)
-
-
 def test_weights():
     database = orvane.Database()
-    assert (database.get_weight(0), database.get_weight(1), database.get_weight(2)) == (
-        50.0,
-        50.0,
-        None,
-    )
     database.set_weight(0, 80.0)
-    assert database.get_weight(0) == 80.0
+    assert [database.get_weight(mode) for mode in (0, 1, 2)] == [80.0, 50.0, None]
 
 
 @pytest.mark.parametrize("medium", ["path", "path object", "BytesIO", "pickle"])
@@ -150,9 +147,6 @@ def test_duplicate_pairs_equal_classify_photo_by_photo(near_threshold):
     assert pairs == expected and len(pairs) >= 10
     assert pickle.loads(pickle.dumps(database)).duplicate_pairs() == pairs
     assert orvane.Database().duplicate_pairs() == []
-    database.set_weight(0, 60.0)
-    with pytest.raises(ValueError, match="weights of a new Database"):
-        database.duplicate_pairs()
 
 
 def test_duplicate_pairs_across_two_databases_equal_classify(near_threshold):
@@ -167,6 +161,3 @@ def test_duplicate_pairs_across_two_databases_equal_classify(near_threshold):
     # Against itself, every photo finds itself.
     itself = {a for a, b, _ in queries.duplicate_pairs(queries) if a == b}
     assert itself == {id for id, _ in near_threshold[::3]}
-    others.set_weight(0, 60.0)
-    with pytest.raises(ValueError, match="weights of a new Database"):
-        queries.duplicate_pairs(others)

@@ -53,35 +53,43 @@ def test_signature_bytes_equal_the_libraries(reference):
             assert got == want, f"{name}, shape {image.shape}"
 
 
+def extract(image, **options):
+    return lambda: orvane.Extractor().extract(image, **options)
+
+
+def from_bytes(data):
+    return lambda: orvane.Signature.from_bytes(data)
+
+
+SHAPE = "must be a numpy uint8 array of shape (height, width, 3), "
+
+
 @pytest.mark.parametrize(
-    "image, error, text",
+    "call, error, text",
     [
-        (np.zeros((4, 4), np.uint8), ValueError, "not an array of 2 dimensions"),
-        (np.zeros((4, 4, 4), np.uint8), ValueError, "must have 3 channels"),
-        (np.zeros((4, 4, 3, 1), np.uint8), ValueError, "not an array of 4 dimensions"),
-        (np.zeros((0, 4, 3), np.uint8), ValueError, "image is empty"),
-        (np.zeros((4, 0, 3), np.uint8), ValueError, "image is empty"),
-        (np.zeros((4, 4, 3), np.float32), TypeError, "not an array of dtype float32"),
-        (np.zeros((4, 4, 3), np.uint16), TypeError, "not an array of dtype uint16"),
-        (np.zeros((4, 4, 3), np.int8), TypeError, "not an array of dtype int8"),
-        ([[[0, 0, 0]]], TypeError, "not an array of dtype int64"),
-        (None, TypeError, "not an array of dtype object"),
+        (extract(np.zeros((4, 4), np.uint8)), ValueError, SHAPE + "not an array of 2 dimensions"),
+        (extract(np.zeros((4, 4, 4), np.uint8)), ValueError, "image must have 3 channels"),
+        (extract(np.zeros((4, 4, 3, 1), np.uint8)), ValueError, SHAPE + "not an array of 4 dimensions"),
+        (extract(np.zeros((0, 4, 3), np.uint8)), ValueError, "image is empty"),
+        (extract(np.zeros((4, 0, 3), np.uint8)), ValueError, "image is empty"),
+        (extract(np.zeros((4, 4, 3), np.float32)), TypeError, SHAPE + "not an array of dtype float32"),
+        (extract(np.zeros((4, 4, 3), np.int8)), TypeError, SHAPE + "not an array of dtype int8"),
+        (extract(np.zeros((4, 4, 3), np.uint16)), TypeError, SHAPE + "not an array of dtype uint16"),
+        (extract([[[0, 0, 0]]]), TypeError, SHAPE + "not an array of dtype int64"),
+        (extract(None), TypeError, SHAPE + "not an array of dtype object"),
+        (extract(photo(8, 8, 1), order="RGB"), ValueError, "order must be 'bgr' or 'rgb', not 'RGB'"),
+        (extract(photo(400, 1, 1)), orvane.Error, "Error preprocessing"),
+        (from_bytes("ORVF"), TypeError, "expects bytes, bytearray or memoryview, not str"),
+        (from_bytes(42), TypeError, "expects bytes, bytearray or memoryview, not int"),
+        (from_bytes(b""), orvane.Error, ""),
+        (from_bytes(b"ORVF\x00\x00\x00\x05"), orvane.Error, ""),
+        (from_bytes(b"not a signature stream"), orvane.Error, ""),
     ],
 )
-def test_wrong_images_say_what_was_expected(image, error, text):
-    with pytest.raises(error, match="uint8 array of shape|3 channels|empty") as raised:
-        orvane.Extractor().extract(image)
-    assert text in str(raised.value)
-
-
-def test_library_failures_raise_error_with_its_text():
-    with pytest.raises(orvane.Error, match="^Error preprocessing$"):
-        orvane.Extractor().extract(photo(400, 1, 1))
-
-
-def test_wrong_order_is_refused():
-    with pytest.raises(ValueError, match="order must be 'bgr' or 'rgb', not 'RGB'"):
-        orvane.Extractor().extract(photo(8, 8, 1), order="RGB")
+def test_wrong_calls_say_what_was_wrong(call, error, text):
+    with pytest.raises(error) as raised:
+        call()
+    assert text in str(raised.value) and str(raised.value)
 
 
 def test_signature_round_trips():
@@ -100,23 +108,6 @@ def test_signature_round_trips():
         assert copy == sig and hash(copy) == hash(sig) and copy != other
         assert copy.feature_version == "V6"
     assert sig != data and len({sig, *copies, other}) == 2
-
-
-@pytest.mark.parametrize(
-    "data, error, text",
-    [
-        ("ORVF", TypeError, "expects bytes, bytearray or memoryview, not str"),
-        (42, TypeError, "expects bytes, bytearray or memoryview, not int"),
-        (b"", orvane.Error, None),
-        (b"ORVF\x00\x00\x00\x05", orvane.Error, None),
-        (b"not a signature stream", orvane.Error, None),
-    ],
-)
-def test_bad_streams_are_refused(data, error, text):
-    with pytest.raises(error) as raised:
-        orvane.Signature.from_bytes(data)
-    assert text is None or text in str(raised.value)
-    assert str(raised.value)
 
 
 def test_bytes_after_the_stream_are_refused():

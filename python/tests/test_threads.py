@@ -25,42 +25,36 @@ def hash_all(blocks):
         hashlib.sha256(block).digest()  # works without the GIL
 
 
+def wall_time(work, shares):
+    threads = [threading.Thread(target=work, args=(share,)) for share in shares]
+    start = time.perf_counter()
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    return time.perf_counter() - start
+
+
 def speedup(work, items):
-    """Wall time of two threads sharing the items over that of one thread doing them all."""
-
-    def wall_time(shares):
-        threads = [threading.Thread(target=work, args=(share,)) for share in shares]
-        start = time.perf_counter()
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join()
-        return time.perf_counter() - start
-
-    # Best of three alternating rounds: other programs on the machine only ever add time.
-    one = min(wall_time([items]) for _ in range(3))
-    two = min(wall_time([items[0::2], items[1::2]]) for _ in range(3))
-    return two / one
+    """Two threads sharing the items over one doing them all, best of three each: other
+    programs on the machine only ever add time."""
+    one = min(wall_time(work, [items]) for _ in range(3))
+    return min(wall_time(work, [items[0::2], items[1::2]]) for _ in range(3)) / one
 
 
 @pytest.mark.skipif((os.cpu_count() or 1) < 2, reason="needs two cores")
 def test_two_threads_take_at_most_six_tenths_of_one():
-    # The machine may be shared: when two threads of plain GIL-free hashing do not scale
-    # either, two cores are not free, and the measurement says nothing about the package.
-    photos = PHOTOS * 20
-    blocks = [bytes(1 << 20)] * 200
-    for attempt in range(2):
-        ratio = speedup(extract_all, photos)
+    # On a shared machine, when two threads of plain GIL-free hashing do not scale either,
+    # two cores are not free and the measurement says nothing about the package.
+    for _ in range(2):
+        ratio = speedup(extract_all, PHOTOS * 20)
         if ratio <= 0.6:
             return
-        control = speedup(hash_all, blocks)
-        if control > 0.6:
-            reason = (f"two cores are not free (load average {os.getloadavg()[0]:.1f}): two "
-                      f"threads extracting took {ratio:.2f} of one, hashing {control:.2f}")
+        control = speedup(hash_all, [bytes(1 << 20)] * 200)
+    message = f"two threads extracting took {ratio:.2f} of one, hashing {control:.2f}"
     if control > 0.6:
-        pytest.skip(reason)
-    pytest.fail(f"two threads extracting took {ratio:.2f} of the time of one thread, while "
-                f"hashing took {control:.2f}: the library does not run in parallel")
+        pytest.skip(f"two cores are not free (load average {os.getloadavg()[0]:.1f}): {message}")
+    pytest.fail(f"{message}: the library does not run in parallel")
 
 
 def test_one_extractor_used_by_two_threads_at_once_raises():
