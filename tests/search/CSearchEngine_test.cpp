@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "database/CSignatureDatabase.h"
+#include "tests/support/ThrownText.h"
 
 namespace {
 
@@ -252,14 +253,11 @@ TEST(PhotoVectorsTest, RefusesWhatTheStoreRefuses) {
   f["HUE"].assign(144, 0.1f);
   f["SAT"].assign(36, 0.1f);
   const auto text = [&](const std::string& version, uint32_t id) {
-    try {
+    return thrownText([&] {
       photos.addFeatures(version, [&f](const std::string& name, uint32_t) -> const float* {
         return f.count(name) ? f[name].data() : nullptr;
       }, id);
-    } catch (const std::string& e) {
-      return e;
-    }
-    return std::string();
+    });
   };
   EXPECT_EQ(text("V5", 1), "Wrong Feature Version");
   EXPECT_EQ(text("V6", 1), "addSignature Unknown Error");  // no "VAL"
