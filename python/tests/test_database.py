@@ -68,8 +68,10 @@ def reweighted():
     "call, error, text",
     [
         (lambda db, s: db.add(s, 0), orvane.Error, "addSignature Unknown Error"),
-        (lambda db, s: orvane.Database().same_photo(s), orvane.Error, "classifyFloat with 0 items in databases"),
-        (lambda db, s: orvane.Database().remove(1), orvane.Error, "Database is emty, item can not be removed"),
+        (lambda db, s: orvane.Database().same_photo(s),
+         orvane.Error, "classifyFloat with 0 items in databases"),
+        (lambda db, s: orvane.Database().remove(1),
+         orvane.Error, "Database is emty, item can not be removed"),
         (lambda db, s: reweighted().duplicate_pairs(), ValueError, "weights of a new Database"),
         (lambda db, s: db.duplicate_pairs(reweighted()), ValueError, "weights of a new Database"),
         (lambda db, s: db.add(s, 2**31), ValueError, "id must be a 32-bit signed integer"),

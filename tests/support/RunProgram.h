@@ -17,7 +17,8 @@ inline pid_t startProgram(const std::vector<std::string>& arguments, const std::
   const pid_t child = fork();
   if (child == 0) {
     std::vector<char*> argv;
-    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+    for (const std::string& argument : arguments)
+      argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
     if (freopen(output.c_str(), "w", stdout) == nullptr ||
         freopen((output + ".err").c_str(), "w", stderr) == nullptr) {
