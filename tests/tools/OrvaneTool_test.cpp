@@ -55,14 +55,16 @@ vips::VImage scene(int seed, int width, int height) {
       .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
 }
 
-// The first column of every row that the statements give; nothing when the file cannot be
-// opened or they fail (as while the tool is still making the library).
-std::optional<std::vector<std::string>> sql(const std::string& file, const std::string& statements,
-                                            int open = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE) {
+// The rows that the statements give, a line each of its columns ended by '|'; nothing when
+// the file cannot be opened or the statements fail (as while the tool is still making it).
+std::optional<std::string> sql(const std::string& file, const std::string& statements,
+                               int open = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE) {
   sqlite3* db = nullptr;
-  std::vector<std::string> rows;
-  const auto row = [](void* to, int, char** values, char**) {
-    static_cast<std::vector<std::string>*>(to)->emplace_back(values[0] ? values[0] : "");
+  std::string rows;
+  const auto row = [](void* out, int columns, char** values, char**) {
+    std::string& rows = *static_cast<std::string*>(out);
+    for (int i = 0; i < columns; ++i) rows += std::string(values[i] ? values[i] : "") + "|";
+    rows += "\n";
     return 0;
   };
   const bool done = sqlite3_open_v2(file.c_str(), &db, open, nullptr) == SQLITE_OK &&
@@ -367,7 +369,7 @@ TEST_F(OrvaneToolTest, ForeignOrDamagedLibraryIsRefusedAndLeftAlone) {
 // Opened without creating it, so that the tool is the one to make the library.
 int photoRows(const std::string& library) {
   const auto rows = sql(library, "SELECT count(*) FROM photo", SQLITE_OPEN_READWRITE);
-  return rows ? std::stoi(rows->at(0)) : -1;
+  return rows ? std::stoi(*rows) : -1;
 }
 
 TEST_F(OrvaneToolTest, IndexKilledHalfWayLeavesAValidLibrary) {
@@ -631,11 +633,11 @@ TEST_F(OrvaneToolTest, MoveKilledHalfWayLeavesEveryPhotoRecordedWhereItIs) {
   EXPECT_EQ(waitProgram(child), -1) << "the move ended before it was killed";
 
   ASSERT_EQ(run("info " + library).status, 0);  // opening settles the cut move
-  const auto recorded = sql(library, "SELECT path FROM photo ORDER BY path");
-  ASSERT_TRUE(recorded);
   std::set<std::string> present = listing(photos, false);
   present.merge(listing(out, false));
-  EXPECT_EQ(*recorded, std::vector<std::string>(present.begin(), present.end()));
+  std::string lines;
+  for (const std::string& path : present) lines += path + "|\n";
+  EXPECT_EQ(sql(library, "SELECT path FROM photo ORDER BY path"), lines);
   EXPECT_EQ(present.size(), static_cast<size_t>(kPhotos));  // nothing lost, nothing doubled
 
   const SRun resumed = run("dups " + library + " --move-to " + out.string());
@@ -644,37 +646,11 @@ TEST_F(OrvaneToolTest, MoveKilledHalfWayLeavesEveryPhotoRecordedWhereItIs) {
   fs::remove_all(out);
 }
 
-void sqlExec(const std::string& library, const std::string& statements) {
-  sqlite3* db = nullptr;
-  ASSERT_EQ(sqlite3_open(library.c_str(), &db), SQLITE_OK);
-  EXPECT_EQ(sqlite3_exec(db, statements.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
-      << sqlite3_errmsg(db);
-  sqlite3_close(db);
-}
-
-// The rows of a query, a line each.
-std::string sqlRows(const std::string& library, const char* query) {
-  std::string rows;
-  sqlite3* db = nullptr;
-  sqlite3_open(library.c_str(), &db);
-  sqlite3_exec(
-      db, query,
-      [](void* out, int columns, char** values, char**) {
-        std::string& rows = *static_cast<std::string*>(out);
-        for (int i = 0; i < columns; ++i) rows += std::string(values[i] ? values[i] : "") + "|";
-        rows += "\n";
-        return 0;
-      },
-      &rows, nullptr);
-  sqlite3_close(db);
-  return rows;
-}
-
 // The answer, and the photos reported unreadable, do not depend on what is wrong with a chunk.
 TEST_F(OrvaneToolTest, DamagedCacheChunksAreBuiltAgainFromTheSignatures) {
   makeFolder();
   index();
-  sqlExec(library, "UPDATE photo SET signature = x'4f52' WHERE path LIKE '%first-q15%'");
+  ASSERT_TRUE(sql(library, "UPDATE photo SET signature = x'4f52' WHERE path LIKE '%first-q15%'"));
   const SRun fresh = run("dups " + library + " --json");  // stores the cache
   ASSERT_EQ(fresh.status, 0) << fresh.err;
   ASSERT_THAT(fresh.err, HasSubstr("1 photos skipped"));
@@ -689,7 +665,7 @@ TEST_F(OrvaneToolTest, DamagedCacheChunksAreBuiltAgainFromTheSignatures) {
        }) {
     SCOPED_TRACE(damage);
     fs::copy_file(library, damaged, fs::copy_options::overwrite_existing);
-    sqlExec(damaged, damage);
+    ASSERT_TRUE(sql(damaged, damage));
     const SRun dups = run("dups " + damaged + " --json");
     EXPECT_EQ(dups.out, fresh.out);
     EXPECT_THAT(dups.err, HasSubstr(photo("copies/first-q15.jpg")));
@@ -704,9 +680,10 @@ TEST_F(OrvaneToolTest, LibraryBeyondTheMemoryIsRefusedBeforeAnyWork) {
 #endif
   save(scene(1, 400, 300), photos / "one.jpg");
   index();
-  sqlExec(library,
+  ASSERT_TRUE(
+      sql(library,
           "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 300000) "
-          "INSERT INTO photo (path, size, mtime, signature) SELECT 'p' || i, 1, 1, x'00' FROM n");
+          "INSERT INTO photo (path, size, mtime, signature) SELECT 'p' || i, 1, 1, x'00' FROM n"));
   const std::string before = readFile(library);
   for (const std::string& command :
        {"dups " + library, "find " + library + " " + photo("one.jpg")}) {
@@ -732,17 +709,18 @@ TEST_F(OrvaneToolTest, InterruptedDupsChangesNothing) {
   index();
   for (int i = 1; i < 2000; ++i)
     fs::create_hard_link(first, photos / ("copy-" + std::to_string(i) + ".jpg"));
-  sqlExec(library,
-          "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 1999) "
-          "INSERT INTO photo (path, size, mtime, signature) SELECT '" +
-              photos.string() + "/copy-' || i || '.jpg', size, mtime, signature FROM photo, n");
+  ASSERT_TRUE(sql(library,
+                  "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 1999) "
+                  "INSERT INTO photo (path, size, mtime, signature) SELECT '" +
+                      photos.string() +
+                      "/copy-' || i || '.jpg', size, mtime, signature FROM photo, n"));
   const SRun full = run("dups " + library + " --json");
   ASSERT_EQ(full.status, 0) << full.err;
-  const std::string folder = listing(photos);
+  const auto folder = listing(photos);
   const char* const kRecords =
       "SELECT id, path, size, mtime, hex(signature) FROM photo; "
       "SELECT * FROM pending_move";
-  const std::string records = sqlRows(library, kRecords);
+  const auto records = sql(library, kRecords);
   const std::string out = (dir / "out").string();
   const std::string page = (dir / "page.html").string();
   const struct {
@@ -759,7 +737,7 @@ TEST_F(OrvaneToolTest, InterruptedDupsChangesNothing) {
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.options.empty() ? "plain" : c.options[0]) + " " +
                  strsignal(c.signal));
-    if (c.dropCache) sqlExec(library, "DELETE FROM vectors");
+    if (c.dropCache) ASSERT_TRUE(sql(library, "DELETE FROM vectors"));
     std::vector<const char*> arguments = {ORVANE_TOOL, "dups", library.c_str()};
     arguments.insert(arguments.end(), c.options.begin(), c.options.end());
     arguments.push_back(nullptr);
@@ -791,7 +769,7 @@ TEST_F(OrvaneToolTest, InterruptedDupsChangesNothing) {
     EXPECT_EQ(listing(photos), folder);
     EXPECT_FALSE(fs::exists(out));
     EXPECT_FALSE(fs::exists(page));
-    EXPECT_EQ(sqlRows(library, kRecords), records);
+    EXPECT_EQ(sql(library, kRecords), records);
   }
   const SRun again = run("dups " + library + " --json");
   EXPECT_EQ(again.out, full.out);
