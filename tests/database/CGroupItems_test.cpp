@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 namespace {
 
 // Past two chunks' ends, through a copy, a pop and a clear.
@@ -17,10 +19,9 @@ TEST(GroupItemsTest, ItemsReadBackAcrossChunksAndCopies) {
   ASSERT_EQ(copy.size(), count - 1);
   for (size_t i : {size_t{0}, CGroupItems::kChunkItems - 1, CGroupItems::kChunkItems, count - 2}) {
     SCOPED_TRACE(i);
-    EXPECT_EQ(copy[i].index, i);
-    EXPECT_EQ(copy[i].idLow, i + 1);
-    EXPECT_EQ(copy[i].idHigh, i + 2);
-    EXPECT_EQ(copy[i].tag, i + 3);
+    const SGroupItem& item = copy[i];
+    EXPECT_EQ((std::vector<size_t>{item.index, item.idLow, item.idHigh, item.tag}),
+              (std::vector<size_t>{i, i + 1, i + 2, i + 3}));
   }
   EXPECT_EQ(copy.back().index, count - 2);
   items.clear();

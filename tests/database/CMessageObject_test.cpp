@@ -46,9 +46,8 @@ TEST(CMessageObjectTest, SendPacksIntoAFinishedMessageWithTheTag) {
   pair.text = "hi";
   const unsigned char* bytes = pair.sendToBuffer();
   EXPECT_EQ(hexText(bytes, pair.messageSize()), hexText(hexBytes(kPairMessage)));
-  EXPECT_EQ(pair.prepared, 1);
-  EXPECT_EQ(pair.packed, 1);
-  EXPECT_EQ(pair.unpacked, 0);
+  EXPECT_EQ((std::vector<int>{pair.prepared, pair.packed, pair.unpacked}),
+            (std::vector<int>{1, 1, 0}));
 }
 
 TEST(CMessageObjectTest, ReceiveUnpacksOnlyAMessageWithItsTag) {
