@@ -166,6 +166,13 @@ def test_save_load_round_trip_and_mismatched_manifests(client, signatures, tmp_p
     refused(lambda: shard_file.unlink())
 
 
+def test_one_shard_saves_and_loads(client, signatures, tmp_path):
+    single, sharded = filled(client, [(s, n + 1) for n, s in enumerate(signatures[:80])], 1)
+    sharded.save(tmp_path)
+    loaded = ShardedDatabase.load(client, tmp_path)
+    assert loaded.nearest(signatures[5], 0) == single.nearest(signatures[5], 0)
+
+
 def test_lost_worker_fails_every_query_with_the_shard_named(signatures, tmp_path):
     cluster, client = start_cluster(2)
     try:
