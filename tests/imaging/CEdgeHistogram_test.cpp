@@ -8,6 +8,7 @@
 
 #include "imaging/ImagingOperations.h"
 #include "imaging/IppiUtils.h"
+#include "tests/imaging/TestPhoto.h"
 
 namespace {
 
@@ -48,14 +49,9 @@ TEST(CEdgeHistogramRules, ScanKeepsItsBitsOnAwkwardShapes) {
       {70, 527, 70, 2, 0x0d1df7ecea899dceull},    {255, 5, 255, 4, 0xc651183b060353abull},
       {100, 100, 103, 10, 0x4be5794364366a79ull}, {17, 33, 17, 16, 0xb8392daa65cff375ull}};
   for (const auto& s : scans) {
-    std::vector<unsigned char> pixels(static_cast<size_t>(s.stride) * s.height);
-    uint32_t seed = static_cast<uint32_t>(s.width * 131 + s.height);
-    for (unsigned char& p : pixels) {
-      seed = seed * 1664525u + 1013904223u;
-      p = static_cast<unsigned char>(seed >> 24);
-    }
+    const TestPhoto pixels = makeTestPhoto(s.stride, s.height, 1, 0, 0, s.width * 131 + s.height);
     float bins[96];
-    CEdgeHistogram::scan(pixels.data(), s.width, s.stride, s.height, s.block, 11, bins);
+    CEdgeHistogram::scan(pixels.bytes.data(), s.width, s.stride, s.height, s.block, 11, bins);
     uint64_t digest = 14695981039346656037ull;
     const unsigned char* bytes = reinterpret_cast<const unsigned char*>(bins);
     for (size_t i = 0; i < sizeof bins; ++i) digest = (digest ^ bytes[i]) * 1099511628211ull;
@@ -145,11 +141,9 @@ TEST_F(EdgeHistogram, FirstFlatPhotoFailsThenTheEnlargementWorks) {
   ASSERT_EQ(edge.compute(gray, out), 96);
   paint(256, 50, stripes);
   ASSERT_EQ(edge.compute(gray, out), 96);
-  EXPECT_EQ(edge.edgeImage.borrowed, 0);
-  EXPECT_EQ(edge.edgeImage.roiWidth, 70);
-  EXPECT_EQ(edge.edgeImage.roiHeight, 70);
-  EXPECT_EQ(edge.edgeImage.lineStep, 72);
-  EXPECT_EQ(edge.runCount, 3);
+  const CImageBuffer& e = edge.edgeImage;
+  EXPECT_EQ((std::vector<int>{e.borrowed, e.roiWidth, e.roiHeight, e.lineStep, edge.runCount}),
+            (std::vector<int>{0, 70, 70, 72, 3}));
 }
 
 TEST(IppiUtils, ChannelMismatchFailsWithoutTouchingTheTarget) {

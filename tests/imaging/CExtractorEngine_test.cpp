@@ -9,25 +9,10 @@
 
 #include "imaging/CDescriptorExtractor.h"
 #include "imaging/CImageBuffer.h"
+#include "tests/imaging/TestPhoto.h"
 #include "tests/support/ThrownText.h"
 
 namespace {
-
-// A BGR photo with lines of `lineStep` bytes, noise on gradients; padding bytes hold garbage.
-std::vector<unsigned char> randomPhoto(int width, int height, int lineStep, uint32_t seed) {
-  std::vector<unsigned char> pixels(static_cast<size_t>(lineStep) * height);
-  for (unsigned char& v : pixels) {
-    seed = seed * 1664525u + 1013904223u;
-    v = static_cast<unsigned char>(seed >> 24);
-  }
-  for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < width * 3; ++x) {
-      unsigned char& v = pixels[static_cast<size_t>(y) * lineStep + x];
-      v = static_cast<unsigned char>((v / 4 + (x / 3) * 200 / width + y * 50 / height) & 255);
-    }
-  }
-  return pixels;
-}
 
 std::vector<unsigned char> uniformPhoto(int width, int height, unsigned char b, unsigned char g,
                                         unsigned char r) {
@@ -87,13 +72,13 @@ TEST(CExtractorEngine, UniformPhotosGiveOneBinPerTile) {
 
 TEST(CExtractorEngine, SecondRunAndPaddedLinesGiveIdenticalVectors) {
   CExtractorEngine engine(256, 256), other(256, 256);
-  const std::vector<unsigned char> tight = randomPhoto(640, 480, 1920, 5);
+  const std::vector<unsigned char> tight = makeTestPhoto(640, 480, 3, 0, 0, 5).bytes;
   engine.run(tight.data(), 640, 480, 1920);
   const std::vector<float> first = vectorsOf(engine);
   engine.run(tight.data(), 640, 480, 1920);
   EXPECT_EQ(vectorsOf(engine), first);
   // The same pixels on lines of 1927 bytes, with garbage in the 7 padding bytes.
-  std::vector<unsigned char> padded = randomPhoto(640, 480, 1927, 99);
+  std::vector<unsigned char> padded = makeTestPhoto(640, 480, 3, 7, 0, 99).bytes;
   for (size_t y = 0; y < 480; ++y) std::memcpy(&padded[y * 1927], &tight[y * 1920], 1920);
   other.run(padded.data(), 640, 480, 1927);
   EXPECT_EQ(vectorsOf(other), first);
@@ -129,8 +114,8 @@ TEST(CExtractorEngine, BadPhotosFailInPreprocessing) {
 // enlargement reads the whole gray buffer, where below the flat photo lies what the photo
 // before left: the edge vector depends on that photo, the colours do not.
 TEST(CExtractorEngine, FlatPhotoDependsOnThePhotoBefore) {
-  const std::vector<unsigned char> flat = randomPhoto(640, 100, 1920, 3);
-  const std::vector<unsigned char> noisy = randomPhoto(480, 640, 1440, 11);
+  const std::vector<unsigned char> flat = makeTestPhoto(640, 100, 3, 0, 0, 3).bytes;
+  const std::vector<unsigned char> noisy = makeTestPhoto(480, 640, 3, 0, 0, 11).bytes;
   const std::vector<unsigned char> black = uniformPhoto(480, 640, 0, 0, 0);
   CExtractorEngine first(256, 256), second(256, 256);
   EXPECT_EQ(thrownText([&] { first.run(flat.data(), 640, 100, 1920); }), "Error extracting");

@@ -1,6 +1,5 @@
 // Exactness of the resize against an independent reference of its arithmetic, and the
-// fallbacks for tiny sources. Sources live in buffers of exactly their size, so that a read
-// outside the image shows up under the address sanitizer.
+// fallbacks for tiny sources.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,24 +9,9 @@
 #include <vector>
 
 #include "imaging/ImagingOperations.h"
+#include "tests/imaging/TestPhoto.h"
 
 namespace {
-
-struct Image {
-  int width, height, channels, step;
-  std::vector<unsigned char> pixels;
-  int at(int x, int y, int c) const { return pixels[y * step + x * channels + c]; }
-};
-
-Image randomImage(int width, int height, int channels, int padding, uint32_t seed) {
-  Image image{width, height, channels, width * channels + padding, {}};
-  image.pixels.resize(static_cast<size_t>(image.step) * height);
-  for (unsigned char& v : image.pixels) {
-    seed = seed * 1664525u + 1013904223u;
-    v = static_cast<unsigned char>(seed >> 24);
-  }
-  return image;
-}
 
 // Reference written from the definition: each output sample on its own, from the 4x4 source
 // samples around it, with no shared tables, weights or line buffers.
@@ -64,7 +48,7 @@ double referenceCubic(const double p[4], float t, bool floatC) {
   return p[0] + d3 * c + d2 * b + d1 * a;
 }
 
-int referenceSample(const Image& src, const Position& px, const Position& py, int c) {
+int referenceSample(const TestPhoto& src, const Position& px, const Position& py, int c) {
   double column[4];
   for (int r = 0; r < 4; ++r) {
     double row[4];
@@ -76,12 +60,12 @@ int referenceSample(const Image& src, const Position& px, const Position& py, in
 }
 
 // Resizes the whole source with one factor into a target one byte wider per line than needed.
-Image resize(const Image& src, int outWidth, int outHeight, double factor, int* status) {
-  Image out{outWidth, outHeight, src.channels, outWidth * src.channels + 1, {}};
-  out.pixels.assign(static_cast<size_t>(out.step) * outHeight, 0xEE);
+TestPhoto resize(const TestPhoto& src, int outWidth, int outHeight, double factor, int* status) {
+  TestPhoto out{outWidth, outHeight, src.channels, outWidth * src.channels + 1, {}};
+  out.bytes.assign(static_cast<size_t>(out.step) * outHeight, 0xEE);
   *status = (src.channels == 3 ? resize3 : resize1)(
-      src.pixels.data(), src.width, src.height, src.step, 0, 0, src.width, src.height,
-      out.pixels.data(), out.step, outWidth, outHeight, factor, factor, kInterCubic);
+      src.bytes.data(), src.width, src.height, src.step, 0, 0, src.width, src.height,
+      out.bytes.data(), out.step, outWidth, outHeight, factor, factor, kInterCubic);
   return out;
 }
 
@@ -112,9 +96,9 @@ TEST_F(Resize, MatchesTheReferenceBitForBit) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::to_string(c.width) + "x" + std::to_string(c.height));
-    const Image src = randomImage(c.width, c.height, c.channels, c.padding, c.width * 31u);
+    const TestPhoto src = makeTestPhoto(c.width, c.height, c.channels, c.padding, 0, c.width * 31u);
     int status;
-    const Image got = resize(src, c.outWidth, c.outHeight, c.factor, &status);
+    const TestPhoto got = resize(src, c.outWidth, c.outHeight, c.factor, &status);
     ASSERT_EQ(status, kStsNoErr);
     const std::vector<Position> xs = referenceAxis(c.width, c.factor, c.outWidth);
     const std::vector<Position> ys = referenceAxis(c.height, c.factor, c.outHeight);
@@ -127,7 +111,7 @@ TEST_F(Resize, MatchesTheReferenceBitForBit) {
           maxDiff = std::max(maxDiff, diff);
         }
       }
-      EXPECT_EQ(got.pixels[y * got.step + got.step - 1], 0xEE) << "wrote beyond the output";
+      EXPECT_EQ(got.bytes[y * got.step + got.step - 1], 0xEE) << "wrote beyond the output";
     }
     EXPECT_EQ(differ, 0) << differ << " samples differ, max difference " << maxDiff;
   }
@@ -137,24 +121,24 @@ TEST_F(Resize, FallbacksForTinySourcesStayInside) {
   int status;
   // Width 3, linear: 0, 100, 200 to five columns steps by 0.5; the last position takes
   // sample 1 with t = 1.
-  Image three{3, 4, 1, 3, {}};
-  for (int y = 0; y < 4; ++y) three.pixels.insert(three.pixels.end(), {0, 100, 200});
-  Image got = resize(three, 5, 6, 5.0 / 3, &status);
+  TestPhoto three{3, 4, 1, 3, {}};
+  for (int y = 0; y < 4; ++y) three.bytes.insert(three.bytes.end(), {0, 100, 200});
+  TestPhoto got = resize(three, 5, 6, 5.0 / 3, &status);
   ASSERT_EQ(status, kStsNoErr);
   for (int y = 0; y < 6; ++y) {
     for (int x = 0; x < 5; ++x) EXPECT_EQ(got.at(x, y, 0), 50 * x) << x << "," << y;
   }
   // Width 1, nearest, whole factor 2: steps of 1 / 2, each line twice.
-  Image column{1, 10, 3, 3, {}};
-  for (int y = 0; y < 10; ++y) column.pixels.insert(column.pixels.end(), {uint8_t(y), 9, 9});
+  TestPhoto column{1, 10, 3, 3, {}};
+  for (int y = 0; y < 10; ++y) column.bytes.insert(column.bytes.end(), {uint8_t(y), 9, 9});
   got = resize(column, 2, 20, 2.0, &status);
   ASSERT_EQ(status, kStsNoErr);
   for (int y = 0; y < 20; ++y) EXPECT_EQ(got.at(1, y, 0), y / 2) << y;
   // Height 1, nearest, factor 1 / 2: the inverse is whole, steps of 2.
-  const Image line{8, 1, 1, 8, {10, 11, 12, 13, 14, 15, 16, 17}};
+  const TestPhoto line{8, 1, 1, 8, {10, 11, 12, 13, 14, 15, 16, 17}};
   got = resize(line, 4, 1, 0.5, &status);
   ASSERT_EQ(status, kStsNoErr);
-  EXPECT_EQ(std::vector<int>(got.pixels.begin(), got.pixels.begin() + 4),
+  EXPECT_EQ(std::vector<int>(got.bytes.begin(), got.bytes.begin() + 4),
             (std::vector<int>{10, 12, 14, 16}));
 }
 

@@ -15,6 +15,7 @@
 
 #include "imaging/CExtractorEngine.h"
 #include "imaging/ImagingOperations.h"
+#include "tests/imaging/TestPhoto.h"
 
 namespace {
 
@@ -59,29 +60,6 @@ TEST_F(VectorColumn, GrayAndHsvOfEveryColour) {
   }
 }
 
-// A photo of `channels` bytes per pixel in lines of width * channels + padding bytes, in a
-// buffer of exactly its size; padding holds garbage.
-struct Photo {
-  int width, height, channels, step;
-  std::vector<unsigned char> bytes;
-};
-
-// Kinds: 0 random bytes, 1 ramps (land on exact values in the resize), 2 a 3 by 3 checker of
-// two colours with flat areas, 3 one flat colour.
-Photo makePhoto(int width, int height, int channels, int padding, int kind, uint32_t seed) {
-  Photo p{width, height, channels, width * channels + padding, {}};
-  p.bytes.resize(static_cast<size_t>(p.step) * height);
-  for (size_t i = 0; i < p.bytes.size(); ++i) {
-    seed = seed * 1664525u + 1013904223u;
-    const int x = static_cast<int>(i % p.step) / channels, y = static_cast<int>(i / p.step);
-    const int c = static_cast<int>(i % p.step) % channels;
-    const int values[4] = {static_cast<int>(seed >> 24), (x * 7 + y * 3 + c * 50) & 255,
-                           ((x / 3 + y / 3) & 1) ? 250 - c * 40 : 5 + c * 60, 90 + c * 70};
-    p.bytes[i] = static_cast<unsigned char>(values[kind]);
-  }
-  return p;
-}
-
 // Runs an operation on the portable and on every vectorised column, into targets of `size`
 // bytes prefilled alike: targets and statuses must agree.
 using Operation = std::function<int(const SImagingColumn&, unsigned char*)>;
@@ -111,8 +89,8 @@ TEST_F(VectorColumn, EveryOperationOnAwkwardShapes) {
       const int kind = index % 4, padding = index % 5;
       const std::string shape = std::to_string(width) + "x" + std::to_string(height) + " kind " +
                                 std::to_string(kind) + " padding " + std::to_string(padding);
-      const Photo rgb = makePhoto(width, height, 3, padding, kind, index * 7919u);
-      const Photo gray = makePhoto(width, height, 1, padding, kind, index * 104729u);
+      const TestPhoto rgb = makeTestPhoto(width, height, 3, padding, kind, index * 7919u);
+      const TestPhoto gray = makeTestPhoto(width, height, 1, padding, kind, index * 104729u);
       const unsigned char* const src = rgb.bytes.data();
       const int step = width * 3 + 3;
       const size_t out = static_cast<size_t>(step) * height;
@@ -182,7 +160,7 @@ TEST_F(VectorColumn, ExtractionRunsGiveTheSameVectors) {
   }
   for (const auto& p : photos) {
     SCOPED_TRACE(std::to_string(p.width) + "x" + std::to_string(p.height));
-    const Photo photo = makePhoto(p.width, p.height, 3, p.padding, p.kind, p.width * 31u);
+    const TestPhoto photo = makeTestPhoto(p.width, p.height, 3, p.padding, p.kind, p.width * 31u);
     std::vector<std::string> failures(all.size());
     for (size_t e = 0; e < all.size(); ++e) {
       useColumn(*all[e]);
