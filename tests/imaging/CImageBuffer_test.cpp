@@ -23,10 +23,8 @@ TEST(CImageBuffer, CreateRoundsLineStepsAndClearsTheBuffer) {
     SCOPED_TRACE(::testing::Message() << c.width << "x" << c.height << "x" << c.channels);
     CImageBuffer image;
     image.create(c.height, c.width, c.channels, c.depth, c.planar, 2);
-    EXPECT_EQ(image.lineStep, c.lineStep);
-    EXPECT_EQ(image.byteSize, c.byteSize);
-    EXPECT_EQ(image.roiWidth, c.width);
-    EXPECT_EQ(image.roiHeight, c.height);
+    EXPECT_EQ((std::vector<int>{image.lineStep, image.byteSize, image.roiWidth, image.roiHeight}),
+              (std::vector<int>{c.lineStep, c.byteSize, c.width, c.height}));
     ASSERT_NE(image.data, nullptr);
     EXPECT_EQ(std::vector<unsigned char>(image.data, image.data + image.byteSize),
               std::vector<unsigned char>(image.byteSize, 0));
@@ -37,15 +35,14 @@ TEST(CImageBuffer, BorrowedMemorySurvivesReleaseAndRecreation) {
   std::vector<unsigned char> owner(40, 7);
   CImageBuffer image;
   image.attach(4, 3, 3, 8, 0, 10, owner.data(), 2, 3, -1, -1, -1, -1, 2);
-  EXPECT_EQ(image.lineStep, 10);  // taken as given
-  EXPECT_EQ(image.byteSize, 40);
-  EXPECT_EQ(image.borrowed, 1);
+  // The line step is taken as given.
+  EXPECT_EQ((std::vector<int>{image.lineStep, image.byteSize, image.borrowed}),
+            (std::vector<int>{10, 40, 1}));
   // As the edge image does when it looks at the gray image and a smaller copy is wanted.
   image.resizeIfNeeded(2, 2);
   EXPECT_NE(image.data, owner.data());
-  EXPECT_EQ(image.borrowed, 0);
-  EXPECT_EQ(image.channels, 3);
-  EXPECT_EQ(image.lineStep, 8);
+  EXPECT_EQ((std::vector<int>{image.borrowed, image.channels, image.lineStep}),
+            (std::vector<int>{0, 3, 8}));
   EXPECT_EQ(owner, std::vector<unsigned char>(40, 7));
   // At the present size the buffer and its contents stay.
   unsigned char* kept = image.data;
@@ -55,8 +52,7 @@ TEST(CImageBuffer, BorrowedMemorySurvivesReleaseAndRecreation) {
   EXPECT_EQ(image.data[0], 42);
   image.release();
   EXPECT_EQ(image.data, nullptr);
-  EXPECT_EQ(image.width, 0);
-  EXPECT_EQ(image.kind, 2);
+  EXPECT_EQ((std::vector<int>{image.width, image.kind}), (std::vector<int>{0, 2}));
 }
 
 TEST(CImageBuffer, UnrepresentableSizeIsOutOfMemory) {
