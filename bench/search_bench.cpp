@@ -320,6 +320,7 @@ int main(int argc, char** argv) {
 
   if (dups) {
     const Clock::time_point start = Clock::now();
+    const double startCpu = processorSeconds(CLOCK_PROCESS_CPUTIME_ID);
     CSearchEngine engine(CPhotoVectors(vectors), jobs);
     const double built = seconds(start);
     uint64_t scored = 0;
@@ -334,6 +335,7 @@ int main(int argc, char** argv) {
         },
         &scored);
     const double wall = seconds(start);
+    const double cpu = processorSeconds(CLOCK_PROCESS_CPUTIME_ID) - startCpu;
     const double all = 0.5 * static_cast<double>(count) * static_cast<double>(count - 1);
     std::set<std::pair<uint32_t, uint32_t>> found;
     for (const SPhotoPair& p : pairs) found.emplace(p.first, p.second);
@@ -343,9 +345,10 @@ int main(int argc, char** argv) {
         plantedFound += found.count({photos[i].duplicateOf, static_cast<uint32_t>(i)});
       }
     }
-    std::printf("dups: %.1f s wall at -j %u (engine built in %.1f s), %zu same-photo pairs, "
-                "%zu of %zu planted pairs, bounds ruled out %.5f %% of %.3g pairs (%s)\n",
-                wall, jobs, built, pairs.size(), plantedFound, planted,
+    std::printf("dups: %.1f s wall, %.1f s processor at -j %u (engine built in %.1f s), %zu "
+                "same-photo pairs, %zu of %zu planted pairs, bounds ruled out %.5f %% of %.3g "
+                "pairs (%s)\n",
+                wall, cpu, jobs, built, pairs.size(), plantedFound, planted,
                 100.0 * (1.0 - static_cast<double>(scored) / all), all, load().c_str());
     std::printf("memory: engine %zu bytes per photo, process peak %.0f bytes per photo\n",
                 engine.bytesPerPhoto(), peakKilobytes() * 1024.0 / count);

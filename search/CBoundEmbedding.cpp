@@ -18,27 +18,39 @@ constexpr uint32_t kBlockCoordinates = 8;
 
 
 #if defined(ORVANE_SEARCH_AVX2)
-__attribute__((target("avx2"))) void distancesAvx2(const float* x, const float* rows,
-                                                   size_t count, const float* factors,
-                                                   float* out) {
-  constexpr size_t kVectors = CBoundEmbedding::kDims / 8;
-  const __m256 sign = _mm256_set1_ps(-0.0f);
-  __m256 xv[kVectors];
-  __m256 fv[kVectors];
-  for (size_t v = 0; v < kVectors; ++v) {
-    xv[v] = _mm256_loadu_ps(x + 8 * v);
-    fv[v] = _mm256_loadu_ps(factors + 8 * v);
-  }
-  for (size_t k = 0; k < count; ++k) {
-    const float* row = rows + k * CBoundEmbedding::kDims;
-    __m256 sum = _mm256_setzero_ps();
-    for (size_t v = 0; v < kVectors; ++v) {
-      const __m256 d = _mm256_andnot_ps(sign, _mm256_sub_ps(_mm256_loadu_ps(row + 8 * v), xv[v]));
-      sum = _mm256_add_ps(sum, _mm256_mul_ps(d, fv[v]));
+// part + |group's entry e - x[e]| * factors[e], for the 8 rows of a group.
+__attribute__((target("avx2"), always_inline)) inline __m256 addEntry(__m256 part,
+                                                                      const float* group,
+                                                                      const float* x,
+                                                                      const float* factors,
+                                                                      size_t e) {
+  const __m256 difference = _mm256_andnot_ps(
+      _mm256_set1_ps(-0.0f),
+      _mm256_sub_ps(_mm256_loadu_ps(group + 8 * e), _mm256_broadcast_ss(x + e)));
+  return _mm256_add_ps(part, _mm256_mul_ps(difference, _mm256_broadcast_ss(factors + e)));
+}
+
+__attribute__((target("avx2"))) void laneDistancesAvx2(const float* x, const float* groups,
+                                                       size_t count, const float* factors,
+                                                       float limit, float* out) {
+  constexpr size_t kDims = CBoundEmbedding::kDims;
+  const __m256 most = _mm256_set1_ps(limit);
+  for (size_t g = 0; g < count; ++g) {
+    const float* group = groups + g * kDims * 8;
+    __m256 p0 = _mm256_setzero_ps(), p1 = p0, p2 = p0, p3 = p0, sum = p0;
+    for (size_t d = 0; d < kDims; d += 8) {
+      p0 = addEntry(p0, group, x, factors, d);
+      p1 = addEntry(p1, group, x, factors, d + 1);
+      p2 = addEntry(p2, group, x, factors, d + 2);
+      p3 = addEntry(p3, group, x, factors, d + 3);
+      p0 = addEntry(p0, group, x, factors, d + 4);
+      p1 = addEntry(p1, group, x, factors, d + 5);
+      p2 = addEntry(p2, group, x, factors, d + 6);
+      p3 = addEntry(p3, group, x, factors, d + 7);
+      sum = _mm256_add_ps(_mm256_add_ps(p0, p1), _mm256_add_ps(p2, p3));
+      if (_mm256_movemask_ps(_mm256_cmp_ps(sum, most, _CMP_LE_OQ)) == 0) break;
     }
-    const __m128 half = _mm_add_ps(_mm256_castps256_ps128(sum), _mm256_extractf128_ps(sum, 1));
-    const __m128 pair = _mm_add_ps(half, _mm_movehl_ps(half, half));
-    out[k] = _mm_cvtss_f32(_mm_add_ss(pair, _mm_shuffle_ps(pair, pair, 1)));
+    _mm256_storeu_ps(out + 8 * g, sum);
   }
 }
 
@@ -128,18 +140,29 @@ double CBoundEmbedding::embed(const CPhotoVectors& photos, size_t position, floa
   return mass;
 }
 
-void CBoundEmbedding::distances(const float* x, const float* rows, size_t count,
-                                const float* factors, float* out) {
+// Each row sums its entries in four parts (entry e into part e % 4), combined as
+// (p0 + p1) + (p2 + p3) after every 8 entries. Parts only grow, so a combined sum above the
+// limit stays above it to the end.
+void CBoundEmbedding::laneDistances(const float* x, const float* groups, size_t count,
+                                    const float* factors, float limit, float* out) {
 #if defined(ORVANE_SEARCH_AVX2)
   if (haveAvx2()) {
-    distancesAvx2(x, rows, count, factors, out);
+    laneDistancesAvx2(x, groups, count, factors, limit, out);
     return;
   }
 #endif
-  for (size_t k = 0; k < count; ++k) {
-    const float* row = rows + k * kDims;
-    float sum = 0.0f;
-    for (size_t d = 0; d < kDims; ++d) sum += std::fabs(row[d] - x[d]) * factors[d];
-    out[k] = sum;
+  for (size_t g = 0; g < count; ++g) {
+    const float* group = groups + g * kDims * kLanes;
+    for (size_t lane = 0; lane < kLanes; ++lane) {
+      float part[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+      float sum = 0.0f;
+      for (size_t d = 0; d < kDims; d += 8) {
+        for (size_t e = d; e < d + 8; ++e) {
+          part[e % 4] += std::fabs(group[kLanes * e + lane] - x[e]) * factors[e];
+        }
+        sum = (part[0] + part[1]) + (part[2] + part[3]);
+      }
+      out[kLanes * g + lane] = sum;
+    }
   }
 }

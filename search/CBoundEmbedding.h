@@ -44,10 +44,15 @@ class CBoundEmbedding {
   // kDims factors by which mode-`mode` bounds scale the entries (all 1 in mode 0).
   const float* modeFactors(int mode) const { return mode == 0 ? ones.data() : modeOne.data(); }
 
-  // out[k] = ||x - rows[k]||_1, weighted entry by entry by `factors`, for count rows of kDims
-  // floats each lying one after another.
-  static void distances(const float* x, const float* rows, size_t count, const float* factors,
-                        float* out);
+  // Rows are kept in groups of kLanes: entry d of a group's rows lie together, kDims * kLanes
+  // floats per group.
+  static constexpr size_t kLanes = 8;
+  // out[kLanes * g + l] = ||x - row l of group g||_1, weighted entry by entry by `factors`,
+  // for `count` groups. A group whose rows all lie above `limit` part way may stop there:
+  // its out values are then above `limit` too, but not the distances. A float above the
+  // float nearest a double limit L is above L too, so callers may compare outs with L.
+  static void laneDistances(const float* x, const float* groups, size_t count,
+                            const float* factors, float limit, float* out);
 
  private:
   struct SBlock {

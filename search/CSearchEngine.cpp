@@ -15,6 +15,7 @@
 namespace {
 
 constexpr size_t kDims = CBoundEmbedding::kDims;
+constexpr size_t kLanes = CBoundEmbedding::kLanes;
 
 // Photos scored per call of a many-vector kernel.
 constexpr size_t kScoreChunk = 64;
@@ -116,23 +117,30 @@ CSearchEngine::CSearchEngine(CPhotoVectors photos, unsigned threads)
   for (size_t i = 0; i < count; ++i) {
     (bounded[i] ? boundedPositions : unbounded).push_back(static_cast<uint32_t>(i));
   }
-  chooseKey(allRows, boundedPositions);
+  chooseKeyAndEntries(allRows, boundedPositions);
+  for (int mode = 0; mode < 2; ++mode) {
+    for (size_t d = 0; d < kDims; ++d) {
+      entryFactors[mode * kDims + d] = embedding.modeFactors(mode)[entries[d]];
+    }
+  }
   std::vector<std::pair<double, uint32_t>> keyed;
   keyed.reserve(boundedPositions.size());
   for (uint32_t i : boundedPositions) keyed.emplace_back(keyOf(&allRows[i * size_t{kDims}]), i);
   std::sort(keyed.begin(), keyed.end());
   keys.reserve(keyed.size());
   order.reserve(keyed.size());
-  rows.resize(keyed.size() * kDims);
+  lanes.resize((keyed.size() + kLanes - 1) / kLanes * kLanes * kDims);
   for (size_t r = 0; r < keyed.size(); ++r) {
     keys.push_back(keyed[r].first);
     order.push_back(keyed[r].second);
-    std::copy_n(&allRows[keyed[r].second * size_t{kDims}], kDims, &rows[r * kDims]);
+    const float* row = &allRows[keyed[r].second * size_t{kDims}];
+    float* group = &lanes[r / kLanes * kLanes * kDims];
+    for (size_t d = 0; d < kDims; ++d) group[d * kLanes + r % kLanes] = row[entries[d]];
   }
 }
 
-// The vectors and id, two copies of the bounds (all photos' and the ordered ones), key,
-// order, and the sort's (key, position) pairs.
+// The vectors and id, two copies of the bounds (all photos' and the ordered ones, with up to
+// kLanes - 1 more), key, order, and the sort's (key, position) pairs.
 size_t CSearchEngine::memoryPerPhoto() {
   return CPhotoVectors::photoFloats() * sizeof(float) + sizeof(uint32_t) +
          2 * kDims * sizeof(float) + sizeof(double) + sizeof(uint32_t) +
@@ -143,7 +151,7 @@ size_t CSearchEngine::bytesPerPhoto() const {
   if (vectors.size() == 0) return 0;
   const size_t bytes = vectors.size() * (CPhotoVectors::photoFloats() * sizeof(float) +
                                          sizeof(uint32_t)) +
-                       rows.size() * sizeof(float) + keys.size() * sizeof(double) +
+                       lanes.size() * sizeof(float) + keys.size() * sizeof(double) +
                        order.size() * sizeof(uint32_t) + unbounded.size() * sizeof(uint32_t);
   return bytes / vectors.size();
 }
@@ -151,9 +159,13 @@ size_t CSearchEngine::bytesPerPhoto() const {
 // The key is sum of c_d * E_d with |c_d| <= 1, so |key(x) - key(y)| <= ||E(x) - E(y)||_1: it
 // bounds the distance. c is the direction along which the rows spread most (the leading
 // eigenvector of their covariance, by power iteration over a sample), scaled to max |c_d| = 1.
-void CSearchEngine::chooseKey(const std::vector<float>& allRows,
-                              const std::vector<uint32_t>& bounded) {
+// Entries are kept by descending variance, so that a bound's first entries, which decide
+// most pairs, hold most of the distance.
+void CSearchEngine::chooseKeyAndEntries(const std::vector<float>& allRows,
+                                        const std::vector<uint32_t>& bounded) {
   keyFactors.assign(kDims, 0.0);
+  entries.resize(kDims);
+  for (size_t d = 0; d < kDims; ++d) entries[d] = static_cast<uint32_t>(d);
   if (bounded.empty()) return;
   const size_t step = std::max<size_t>(1, bounded.size() / kKeySample);
   std::vector<double> mean(kDims, 0.0);
@@ -170,6 +182,9 @@ void CSearchEngine::chooseKey(const std::vector<float>& allRows,
       for (size_t b = 0; b < kDims; ++b) covariance[a * kDims + b] += centred[a] * centred[b];
     }
   }
+  std::stable_sort(entries.begin(), entries.end(), [&covariance](uint32_t a, uint32_t b) {
+    return covariance[a * kDims + a] > covariance[b * kDims + b];
+  });
   std::vector<double> c(kDims, 1.0);
   for (int iteration = 0; iteration < 100; ++iteration) {
     std::vector<double> next(kDims, 0.0);
@@ -181,7 +196,24 @@ void CSearchEngine::chooseKey(const std::vector<float>& allRows,
     if (!(largest > 0.0) || !std::isfinite(largest)) return;  // no spread: every key 0
     for (size_t d = 0; d < kDims; ++d) c[d] = next[d] / largest;
   }
+  // Each step c = sign(C c) never lowers c'Cc (C is positive semi-definite, so c'Cc lies
+  // above its tangent, and the step maximises the tangent over the box): it ends at a corner
+  // of the box that spreads the rows at least as much as the scaled eigenvector.
+  for (int iteration = 0; iteration < 100; ++iteration) {
+    std::vector<double> next(kDims, 0.0);
+    for (size_t a = 0; a < kDims; ++a) {
+      double product = 0.0;
+      for (size_t b = 0; b < kDims; ++b) product += covariance[a * kDims + b] * c[b];
+      next[a] = product < 0.0 ? -1.0 : 1.0;
+    }
+    if (next == c) break;
+    c = next;
+  }
   keyFactors = c;
+}
+
+void CSearchEngine::inEntryOrder(const float* row, float* out) const {
+  for (size_t d = 0; d < kDims; ++d) out[d] = row[entries[d]];
 }
 
 double CSearchEngine::keyOf(const float* row) const {
@@ -243,21 +275,29 @@ size_t CSearchEngine::keepSame(uint32_t query, const std::vector<uint32_t>& cand
 
 size_t CSearchEngine::pairsOfRows(size_t begin, size_t end, std::vector<SPhotoPair>& out) const {
   const double limit = CBoundEmbedding::limit(kSamePhotoThreshold);
-  const float* factors = embedding.modeFactors(0);
   const size_t last = window(keys[end - 1], limit).end;
   std::vector<size_t> rowEnd(end - begin);
-  for (size_t i = begin; i < end; ++i) rowEnd[i - begin] = window(keys[i], limit).end;
+  std::vector<float> x((end - begin) * kDims);
+  for (size_t i = begin; i < end; ++i) {
+    rowEnd[i - begin] = window(keys[i], limit).end;
+    for (size_t d = 0; d < kDims; ++d) {
+      x[(i - begin) * kDims + d] = lanes[(i / kLanes * kDims + d) * kLanes + i % kLanes];
+    }
+  }
   std::vector<std::vector<uint32_t>> candidates(end - begin);
   float bound[kTileRows];
-  for (size_t tile = begin + 1; tile < last; tile += kTileRows) {
+  for (size_t tile = (begin + 1) / kLanes * kLanes; tile < last; tile += kTileRows) {
     const size_t tileEnd = std::min(last, tile + kTileRows);
     for (size_t i = begin; i < end; ++i) {
       const size_t from = std::max(tile, i + 1);
       const size_t to = std::min(tileEnd, rowEnd[i - begin]);
       if (from >= to) continue;
-      embedding.distances(&rows[i * kDims], &rows[from * kDims], to - from, factors, bound);
+      const size_t first = from / kLanes;
+      CBoundEmbedding::laneDistances(&x[(i - begin) * kDims], &lanes[first * kLanes * kDims],
+                                     (to + kLanes - 1) / kLanes - first, &entryFactors[0],
+                                     static_cast<float>(limit), bound);
       for (size_t j = from; j < to; ++j) {
-        if (bound[j - from] <= limit) candidates[i - begin].push_back(order[j]);
+        if (bound[j - first * kLanes] <= limit) candidates[i - begin].push_back(order[j]);
       }
     }
   }
@@ -274,7 +314,7 @@ size_t CSearchEngine::pairsOfUnbounded(size_t k, std::vector<SPhotoPair>& out) c
 
 std::vector<SPhotoPair> CSearchEngine::samePhotoPairs(const Progress& progress,
                                                       uint64_t* scoredPairs) const {
-  const size_t blocks = (rows.size() / kDims + kBlockRows - 1) / kBlockRows;
+  const size_t blocks = (order.size() + kBlockRows - 1) / kBlockRows;
   std::atomic<uint64_t> scored{0};
   std::vector<SPhotoPair> pairs = runParallel(
       threads, blocks + unbounded.size(), vectors.size(),
@@ -315,11 +355,15 @@ std::vector<SPhotoMatch> CSearchEngine::samePhoto(const CPhotoVectors& queries,
   if (boundable) {
     const double limit = CBoundEmbedding::limit(kSamePhotoThreshold);
     const SWindow near = window(keyOf(row), limit);
-    std::vector<float> bound(near.end - near.begin);
-    embedding.distances(row, &rows[near.begin * kDims], bound.size(), embedding.modeFactors(0),
-                        bound.data());
+    const size_t first = near.begin / kLanes;
+    const size_t groups = (near.end + kLanes - 1) / kLanes - first;
+    std::vector<float> bound(groups * kLanes);
+    float x[kDims];
+    inEntryOrder(row, x);
+    CBoundEmbedding::laneDistances(x, &lanes[first * kLanes * kDims], groups, &entryFactors[0],
+                                   static_cast<float>(limit), bound.data());
     for (size_t r = near.begin; r < near.end; ++r) {
-      if (bound[r - near.begin] <= limit) candidates.push_back(order[r]);
+      if (bound[r - first * kLanes] <= limit) candidates.push_back(order[r]);
     }
   } else {
     candidates.insert(candidates.end(), order.begin(), order.end());
@@ -361,8 +405,11 @@ std::vector<SPhotoMatch> CSearchEngine::nearest(const CPhotoVectors& queries, si
   if (!boundable) {
     scoreAll(order.data(), order.size());
   } else {
-    std::vector<float> bound(keys.size());
-    embedding.distances(row, rows.data(), keys.size(), embedding.modeFactors(1), bound.data());
+    std::vector<float> bound(lanes.size() / kDims);
+    float x[kDims];
+    inEntryOrder(row, x);
+    CBoundEmbedding::laneDistances(x, lanes.data(), bound.size() / kLanes, &entryFactors[kDims],
+                                   INFINITY, bound.data());
     const auto limit = [&best, n] {
       const double nth = best.size() < n ? INFINITY : best.top().score;
       return std::isnan(nth) ? INFINITY : CBoundEmbedding::limit(nth);

@@ -85,7 +85,10 @@ class CSearchEngine {
   // The rows whose key lies within limit of `key`.
   SWindow window(double key, double limit) const;
   double keyOf(const float* row) const;
-  void chooseKey(const std::vector<float>& allRows, const std::vector<uint32_t>& bounded);
+  void chooseKeyAndEntries(const std::vector<float>& allRows,
+                           const std::vector<uint32_t>& bounded);
+  // The kDims entries of an embedding row in the order the rows keep them.
+  void inEntryOrder(const float* row, float* out) const;
   // Pairs of the rows of block [begin, end) with the rows after each; returns the pairs
   // scored.
   size_t pairsOfRows(size_t begin, size_t end, std::vector<SPhotoPair>& out) const;
@@ -98,7 +101,10 @@ class CSearchEngine {
   unsigned threads;
   CBoundEmbedding embedding;
   std::vector<double> keyFactors;   // kDims, each in [-1, 1]: the key bounds the distance
-  std::vector<float> rows;          // kDims per bounded photo, in key order
+  std::vector<uint32_t> entries;    // kDims: the embedding's entries in the order rows keep them
+  float entryFactors[2 * CBoundEmbedding::kDims];  // modeFactors of mode 0 and 1, in that order
+  // The bounded photos' rows in key order, in groups of kLanes rows (laneDistances).
+  std::vector<float> lanes;
   std::vector<double> keys;         // ascending
   std::vector<uint32_t> order;      // the position of each row
   std::vector<uint32_t> unbounded;  // positions that bounds must not rule out, ascending
