@@ -23,6 +23,8 @@ constexpr size_t kScoreChunk = 64;
 // stay in cache while every row of the block meets them.
 constexpr size_t kBlockRows = 64;
 constexpr size_t kTileRows = 512;
+// A query scores or bounds this many photos or more on every thread.
+constexpr size_t kParallelPhotos = 4 * kScoreChunk;
 // Photos sampled to choose the key.
 constexpr size_t kKeySample = 10000;
 
@@ -49,6 +51,27 @@ bool byPositions(const SPhotoPair& a, const SPhotoPair& b) {
 
 bool isSame(float score) {
   return static_cast<double>(score) <= CSearchEngine::kSamePhotoThreshold;
+}
+
+// Runs work(t) for t = 0..threads-1, each on a thread of its own (the last on the calling
+// thread), and rethrows the first failure.
+template <typename Work>
+void onThreads(unsigned threads, const Work& work) {
+  std::exception_ptr failure;
+  std::mutex failureLock;
+  const auto run = [&](unsigned t) {
+    try {
+      work(t);
+    } catch (...) {
+      std::lock_guard<std::mutex> hold(failureLock);
+      if (!failure) failure = std::current_exception();
+    }
+  };
+  std::vector<std::thread> workers;
+  for (unsigned t = 0; t + 1 < threads; ++t) workers.emplace_back(run, t);
+  run(threads - 1);
+  for (std::thread& worker : workers) worker.join();
+  if (failure) std::rethrow_exception(failure);
 }
 
 // Runs work(item, out) for items 0..count-1 on `threads` threads, each collecting into its
@@ -378,15 +401,18 @@ std::vector<SPhotoMatch> CSearchEngine::samePhoto(const CPhotoVectors& queries,
   return same;
 }
 
-// Scores the photos in order of their bound, a batch at a time, and stops at the first photo
-// whose bound rules it out against the n-th best score so far: it and every photo after it
-// score above that, so above the final n-th too.
+// Scores the photos in order of their bound, a batch at a time on every thread, and stops at
+// the first photo whose bound rules it out against the n-th best score so far: it and every
+// photo after it score above that, so above the final n-th too. The n-th only falls as photos
+// are scored, so a batch that a thread takes later is ruled out at least as well. A query
+// without a bound scores every photo the same way.
 std::vector<SPhotoMatch> CSearchEngine::nearest(const CPhotoVectors& queries, size_t query,
                                                 size_t n) const {
   n = std::min(n, vectors.size());
   if (n == 0) return {};
   float row[kDims];
   const bool boundable = embedding.embed(queries, query, row) <= CBoundEmbedding::kMaxMass;
+  std::mutex lock;
   std::vector<SPhotoMatch> scored;
   // The best n so far; the top is the n-th.
   std::priority_queue<SPhotoMatch, std::vector<SPhotoMatch>, decltype(&ranksBefore)> best(
@@ -394,6 +420,7 @@ std::vector<SPhotoMatch> CSearchEngine::nearest(const CPhotoVectors& queries, si
   const auto scoreAll = [&](const uint32_t* positions, size_t count) {
     std::vector<float> scores(count);
     score(queries, query, positions, count, 1, scores.data());
+    std::lock_guard<std::mutex> hold(lock);
     for (size_t k = 0; k < count; ++k) {
       const SPhotoMatch match{positions[k], scores[k]};
       scored.push_back(match);
@@ -401,22 +428,38 @@ std::vector<SPhotoMatch> CSearchEngine::nearest(const CPhotoVectors& queries, si
       if (best.size() > n) best.pop();
     }
   };
+  const auto limit = [&] {
+    std::lock_guard<std::mutex> hold(lock);
+    const double nth = best.size() < n ? INFINITY : best.top().score;
+    return std::isnan(nth) ? INFINITY : CBoundEmbedding::limit(nth);
+  };
+  // Batches of `positions` on every thread while ruledOut(first photo of the batch) is false.
+  const auto scoreInBatches = [&](const std::vector<uint32_t>& positions, const auto& ruledOut) {
+    std::atomic<size_t> next{0};
+    onThreads(positions.size() < kParallelPhotos ? 1 : threads, [&](unsigned) {
+      for (size_t k; (k = next.fetch_add(kScoreChunk)) < positions.size() && !ruledOut(k);) {
+        scoreAll(&positions[k], std::min(kScoreChunk, positions.size() - k));
+      }
+    });
+  };
   scoreAll(unbounded.data(), unbounded.size());
   if (!boundable) {
-    scoreAll(order.data(), order.size());
+    scoreInBatches(order, [](size_t) { return false; });
   } else {
     std::vector<float> bound(lanes.size() / kDims);
     float x[kDims];
     inEntryOrder(row, x);
-    CBoundEmbedding::laneDistances(x, lanes.data(), bound.size() / kLanes, &entryFactors[kDims],
-                                   INFINITY, bound.data());
-    const auto limit = [&best, n] {
-      const double nth = best.size() < n ? INFINITY : best.top().score;
-      return std::isnan(nth) ? INFINITY : CBoundEmbedding::limit(nth);
-    };
+    const size_t groups = bound.size() / kLanes;
+    const unsigned parts = groups < kParallelPhotos / kLanes ? 1 : threads;
+    onThreads(parts, [&](unsigned t) {
+      const size_t begin = groups * t / parts;
+      const size_t end = groups * (t + 1) / parts;
+      CBoundEmbedding::laneDistances(x, &lanes[begin * kLanes * kDims], end - begin,
+                                     &entryFactors[kDims], INFINITY, &bound[begin * kLanes]);
+    });
     // The lowest bounds first, to find a first n-th score; then only rows it does not rule
     // out, sorted by bound.
-    std::vector<uint32_t> byBound(keys.size());
+    std::vector<uint32_t> byBound(order.size());
     for (size_t r = 0; r < byBound.size(); ++r) byBound[r] = static_cast<uint32_t>(r);
     const auto lower = [&bound](uint32_t a, uint32_t b) { return bound[a] < bound[b]; };
     const size_t early = std::min(byBound.size(), std::max<size_t>(2 * n, kScoreChunk));
@@ -430,11 +473,9 @@ std::vector<SPhotoMatch> CSearchEngine::nearest(const CPhotoVectors& queries, si
       if (!(bound[byBound[k]] > first)) rest.push_back(byBound[k]);
     }
     std::sort(rest.begin(), rest.end(), lower);
-    for (size_t k = 0; k < rest.size() && !(bound[rest[k]] > limit());) {
-      batch.clear();
-      for (; k < rest.size() && batch.size() < kScoreChunk; ++k) batch.push_back(order[rest[k]]);
-      scoreAll(batch.data(), batch.size());
-    }
+    std::vector<uint32_t> positions(rest.size());
+    for (size_t k = 0; k < rest.size(); ++k) positions[k] = order[rest[k]];
+    scoreInBatches(positions, [&](size_t k) { return bound[rest[k]] > limit(); });
   }
   const size_t keep = std::min(n, scored.size());
   std::partial_sort(scored.begin(), scored.begin() + keep, scored.end(), ranksBefore);

@@ -10,7 +10,8 @@
 // the distance too, so a photo meets only those within the threshold along the key.
 //
 // The engine is immutable once built; its queries may run from several threads at once.
-// samePhotoPairs runs on `threads` threads of its own.
+// samePhotoPairs, and nearest when it scores many photos, run on `threads` threads of their
+// own.
 #ifndef ORVANE_SEARCH_CSEARCHENGINE_H_
 #define ORVANE_SEARCH_CSEARCHENGINE_H_
 
