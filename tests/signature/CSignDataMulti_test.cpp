@@ -22,16 +22,10 @@ std::unique_ptr<CSignDataMulti> readSignature(const std::string& bytes, const ch
   return std::make_unique<CSignDataMulti>(stream, filter);
 }
 
-SMetaFrame wordFrame(const char* id, uint32_t value) {
-  unsigned char bytes[4];
-  storeBigEndian32(bytes, value);
-  return SMetaFrame(static_cast<uint32_t>(std::strlen(id)), 4, id, bytes);
-}
-
 TEST(SignDataMulti, FrameOrderAndTheTimeFrame) {
   std::unique_ptr<CSignDataMulti> data(builtSignature());
   data->setCuid(21);  // a second call leaves one "Cuid", now at the end
-  EXPECT_EQ(data->addFrame(wordFrame("TIME", 3600)), 3u);
+  EXPECT_EQ(data->addFrame(SMetaFrame(4, 4, "TIME", "\0\0\x0E\x10")), 3u);
   EXPECT_THAT(frameIds(data->getMetaVec()), ElementsAre("VER", "Cuid", "TIME"));
 
   // Writing: meta's frames in order, then one "FeatObj" per feature in name order. A "TIME"
@@ -46,7 +40,7 @@ TEST(SignDataMulti, FrameOrderAndTheTimeFrame) {
   CSignDataMulti read(stream, nullptr);
   EXPECT_EQ(read.getTimeOrigin(), 3600u);
   EXPECT_THAT(frameIds(read.getMetaVec()), ElementsAre("VER", "Cuid"));
-  read.addFrame(wordFrame("TPE1", 1));
+  read.addFrame(SMetaFrame(4, 4, "TPE1", "\0\0\0\1"));
   read.toWholeStream(stream, nullptr);
   EXPECT_THAT(frameIds(stream), ElementsAre("VER", "Cuid", "TPE1", "TIME", "FeatObj", "FeatObj"));
   EXPECT_EQ(loadBigEndian32(stream.frameAt(3).data.data()), 3600u);
@@ -100,7 +94,7 @@ TEST(SignDataMulti, ExcerptMovesTheTimeByTheRoundedSkip) {
   CWholeStream stream;
   source.toWholeStream(stream, nullptr);
   const CSignDataMulti untimed(stream, nullptr);  // 30 ms per row once read back
-  stream.appendFrame(wordFrame("TIME", 10));
+  stream.appendFrame(SMetaFrame(4, 4, "TIME", "\0\0\0\x0A"));
   const CSignDataMulti timed(stream, nullptr);
   for (const auto& [skipMs, time] :
        {std::pair<uint32_t, uint32_t>{0, 10}, {499, 10}, {500, 11}, {1500, 12}}) {
