@@ -18,18 +18,22 @@ constexpr uint32_t kBlockCoordinates = 8;
 
 
 #if defined(ORVANE_SEARCH_AVX2)
-// part + |group's entry e - x[e]| * factors[e], for the 8 rows of a group.
+// part + |group's entry e - x[e]| * factors[e], for the 8 rows of a group; without factors,
+// the product by 1 that would change nothing is left out.
+template <bool kWeighted>
 __attribute__((target("avx2"), always_inline)) inline __m256 addEntry(__m256 part,
                                                                       const float* group,
                                                                       const float* x,
                                                                       const float* factors,
                                                                       size_t e) {
-  const __m256 difference = _mm256_andnot_ps(
+  __m256 difference = _mm256_andnot_ps(
       _mm256_set1_ps(-0.0f),
       _mm256_sub_ps(_mm256_loadu_ps(group + 8 * e), _mm256_broadcast_ss(x + e)));
-  return _mm256_add_ps(part, _mm256_mul_ps(difference, _mm256_broadcast_ss(factors + e)));
+  if (kWeighted) difference = _mm256_mul_ps(difference, _mm256_broadcast_ss(factors + e));
+  return _mm256_add_ps(part, difference);
 }
 
+template <bool kWeighted>
 __attribute__((target("avx2"))) void laneDistancesAvx2(const float* x, const float* groups,
                                                        size_t count, const float* factors,
                                                        float limit, float* out) {
@@ -39,14 +43,14 @@ __attribute__((target("avx2"))) void laneDistancesAvx2(const float* x, const flo
     const float* group = groups + g * kDims * 8;
     __m256 p0 = _mm256_setzero_ps(), p1 = p0, p2 = p0, p3 = p0, sum = p0;
     for (size_t d = 0; d < kDims; d += 8) {
-      p0 = addEntry(p0, group, x, factors, d);
-      p1 = addEntry(p1, group, x, factors, d + 1);
-      p2 = addEntry(p2, group, x, factors, d + 2);
-      p3 = addEntry(p3, group, x, factors, d + 3);
-      p0 = addEntry(p0, group, x, factors, d + 4);
-      p1 = addEntry(p1, group, x, factors, d + 5);
-      p2 = addEntry(p2, group, x, factors, d + 6);
-      p3 = addEntry(p3, group, x, factors, d + 7);
+      p0 = addEntry<kWeighted>(p0, group, x, factors, d);
+      p1 = addEntry<kWeighted>(p1, group, x, factors, d + 1);
+      p2 = addEntry<kWeighted>(p2, group, x, factors, d + 2);
+      p3 = addEntry<kWeighted>(p3, group, x, factors, d + 3);
+      p0 = addEntry<kWeighted>(p0, group, x, factors, d + 4);
+      p1 = addEntry<kWeighted>(p1, group, x, factors, d + 5);
+      p2 = addEntry<kWeighted>(p2, group, x, factors, d + 6);
+      p3 = addEntry<kWeighted>(p3, group, x, factors, d + 7);
       sum = _mm256_add_ps(_mm256_add_ps(p0, p1), _mm256_add_ps(p2, p3));
       if (_mm256_movemask_ps(_mm256_cmp_ps(sum, most, _CMP_LE_OQ)) == 0) break;
     }
@@ -147,7 +151,11 @@ void CBoundEmbedding::laneDistances(const float* x, const float* groups, size_t 
                                     const float* factors, float limit, float* out) {
 #if defined(ORVANE_SEARCH_AVX2)
   if (haveAvx2()) {
-    laneDistancesAvx2(x, groups, count, factors, limit, out);
+    if (factors == nullptr) {
+      laneDistancesAvx2<false>(x, groups, count, factors, limit, out);
+    } else {
+      laneDistancesAvx2<true>(x, groups, count, factors, limit, out);
+    }
     return;
   }
 #endif
@@ -158,7 +166,8 @@ void CBoundEmbedding::laneDistances(const float* x, const float* groups, size_t 
       float sum = 0.0f;
       for (size_t d = 0; d < kDims; d += 8) {
         for (size_t e = d; e < d + 8; ++e) {
-          part[e % 4] += std::fabs(group[kLanes * e + lane] - x[e]) * factors[e];
+          const float difference = std::fabs(group[kLanes * e + lane] - x[e]);
+          part[e % 4] += factors == nullptr ? difference : difference * factors[e];
         }
         sum = (part[0] + part[1]) + (part[2] + part[3]);
       }

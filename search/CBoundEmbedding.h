@@ -47,8 +47,8 @@ class CBoundEmbedding {
   // Rows are kept in groups of kLanes: entry d of a group's rows lie together, kDims * kLanes
   // floats per group.
   static constexpr size_t kLanes = 8;
-  // out[kLanes * g + l] = ||x - row l of group g||_1, weighted entry by entry by `factors`,
-  // for `count` groups. A group whose rows all lie above `limit` part way may stop there:
+  // out[kLanes * g + l] = ||x - row l of group g||_1, weighted entry by entry by `factors`
+  // (null: all 1), for `count` groups. A group whose rows all lie above `limit` part way may stop there:
   // its out values are then above `limit` too, but not the distances. A float above the
   // float nearest a double limit L is above L too, so callers may compare outs with L.
   static void laneDistances(const float* x, const float* groups, size_t count,

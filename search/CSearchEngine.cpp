@@ -141,11 +141,8 @@ CSearchEngine::CSearchEngine(CPhotoVectors photos, unsigned threads)
     (bounded[i] ? boundedPositions : unbounded).push_back(static_cast<uint32_t>(i));
   }
   chooseKeyAndEntries(allRows, boundedPositions);
-  for (int mode = 0; mode < 2; ++mode) {
-    for (size_t d = 0; d < kDims; ++d) {
-      entryFactors[mode * kDims + d] = embedding.modeFactors(mode)[entries[d]];
-    }
-  }
+  // Mode 0 bounds weigh every entry 1 (laneDistances without factors).
+  for (size_t d = 0; d < kDims; ++d) modeOneFactors[d] = embedding.modeFactors(1)[entries[d]];
   std::vector<std::pair<double, uint32_t>> keyed;
   keyed.reserve(boundedPositions.size());
   for (uint32_t i : boundedPositions) keyed.emplace_back(keyOf(&allRows[i * size_t{kDims}]), i);
@@ -317,7 +314,7 @@ size_t CSearchEngine::pairsOfRows(size_t begin, size_t end, std::vector<SPhotoPa
       if (from >= to) continue;
       const size_t first = from / kLanes;
       CBoundEmbedding::laneDistances(&x[(i - begin) * kDims], &lanes[first * kLanes * kDims],
-                                     (to + kLanes - 1) / kLanes - first, &entryFactors[0],
+                                     (to + kLanes - 1) / kLanes - first, nullptr,
                                      static_cast<float>(limit), bound);
       for (size_t j = from; j < to; ++j) {
         if (bound[j - first * kLanes] <= limit) candidates[i - begin].push_back(order[j]);
@@ -383,7 +380,7 @@ std::vector<SPhotoMatch> CSearchEngine::samePhoto(const CPhotoVectors& queries,
     std::vector<float> bound(groups * kLanes);
     float x[kDims];
     inEntryOrder(row, x);
-    CBoundEmbedding::laneDistances(x, &lanes[first * kLanes * kDims], groups, &entryFactors[0],
+    CBoundEmbedding::laneDistances(x, &lanes[first * kLanes * kDims], groups, nullptr,
                                    static_cast<float>(limit), bound.data());
     for (size_t r = near.begin; r < near.end; ++r) {
       if (bound[r - first * kLanes] <= limit) candidates.push_back(order[r]);
@@ -455,7 +452,7 @@ std::vector<SPhotoMatch> CSearchEngine::nearest(const CPhotoVectors& queries, si
       const size_t begin = groups * t / parts;
       const size_t end = groups * (t + 1) / parts;
       CBoundEmbedding::laneDistances(x, &lanes[begin * kLanes * kDims], end - begin,
-                                     &entryFactors[kDims], INFINITY, &bound[begin * kLanes]);
+                                     modeOneFactors, INFINITY, &bound[begin * kLanes]);
     });
     // The lowest bounds first, to find a first n-th score; then only rows it does not rule
     // out, sorted by bound.

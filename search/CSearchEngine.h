@@ -103,7 +103,7 @@ class CSearchEngine {
   CBoundEmbedding embedding;
   std::vector<double> keyFactors;   // kDims, each in [-1, 1]: the key bounds the distance
   std::vector<uint32_t> entries;    // kDims: the embedding's entries in the order rows keep them
-  float entryFactors[2 * CBoundEmbedding::kDims];  // modeFactors of mode 0 and 1, in that order
+  float modeOneFactors[CBoundEmbedding::kDims];  // modeFactors(1) in entry order
   // The bounded photos' rows in key order, in groups of kLanes rows (laneDistances).
   std::vector<float> lanes;
   std::vector<double> keys;         // ascending
