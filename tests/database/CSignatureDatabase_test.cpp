@@ -462,6 +462,13 @@ TEST_F(SignatureDatabaseTest, ManyPhotosRoundTripByteForByte) {
   }
 }
 
+TEST_F(SignatureDatabaseTest, HighIdWordSurvivesTheStream) {
+  db.addFeatures("V6", photo(1).tiles(), 5, 3, 0);
+  load(loaded, save(db));
+  ASSERT_EQ(loaded.itemCount(), 1u);
+  EXPECT_EQ(loaded.groups[0].items[0].idHigh, 3u);
+}
+
 TEST_F(SignatureDatabaseTest, HeaderAndVersionsComeFromTheStream) {
   std::string stream = save(db);
   stream[7] = '2';  // "ORV2": nothing is read, but the weights are reset all the same
