@@ -75,6 +75,14 @@ int spanSum(const unsigned* sums, unsigned from, int count) {
   return static_cast<int>(total);
 }
 
+// `count` elements: the stack array when they fit, else the heap vector resized to them.
+template <typename T, size_t N>
+T* stackOrHeap(T (&stack)[N], std::vector<T>& heap, size_t count) {
+  if (count <= N) return stack;
+  heap.resize(count);
+  return heap.data();
+}
+
 }  // namespace
 
 CEdgeHistogram::CEdgeHistogram(int, int) : runCount(0), cells(kCells), bins() {}
@@ -116,11 +124,7 @@ void CEdgeHistogram::scan(const unsigned char* data, int width, int stride, int 
   const int kStackColumns = 512;
   unsigned stackSums[2 * kStackColumns];
   std::vector<unsigned> heapSums;
-  unsigned* upper = stackSums;
-  if (covered > kStackColumns) {
-    heapSums.resize(2 * static_cast<size_t>(covered));
-    upper = heapSums.data();
-  }
+  unsigned* upper = stackOrHeap(stackSums, heapSums, 2 * static_cast<size_t>(covered));
   unsigned* lower = upper + covered;
   // Quadrant sums, types and cell columns of the blocks of one line, on the stack for the
   // engine's images.
@@ -128,11 +132,7 @@ void CEdgeHistogram::scan(const unsigned char* data, int width, int stride, int 
   const int kStackBlocks = 256;
   int stackBlocks[6 * kStackBlocks];
   std::vector<int> heapBlocks;
-  int* blockData = stackBlocks;
-  if (lineBlocks > kStackBlocks) {
-    heapBlocks.resize(6 * static_cast<size_t>(lineBlocks));
-    blockData = heapBlocks.data();
-  }
+  int* blockData = stackOrHeap(stackBlocks, heapBlocks, 6 * static_cast<size_t>(lineBlocks));
   int* const quadrants[4] = {blockData, blockData + lineBlocks, blockData + 2 * lineBlocks,
                              blockData + 3 * lineBlocks};
   int* const kinds = blockData + 4 * lineBlocks;
