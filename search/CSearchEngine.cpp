@@ -25,6 +25,11 @@ constexpr size_t kBlockRows = 64;
 constexpr size_t kTileRows = 512;
 // A query scores or bounds this many photos or more on every thread.
 constexpr size_t kParallelPhotos = 4 * kScoreChunk;
+// A nearest query first scores at least this many photos of the lowest bounds; then takes
+// the others kScanPhotos positions at a time, bounding kBoundGroups groups of rows per call.
+constexpr size_t kEarlyPhotos = 256;
+constexpr size_t kScanPhotos = 1024;
+constexpr size_t kBoundGroups = 64;
 // Photos sampled to choose the key.
 constexpr size_t kKeySample = 10000;
 
@@ -259,6 +264,15 @@ void CSearchEngine::score(const CPhotoVectors& queries, size_t query, const uint
   double distance[kScoreChunk];
   for (size_t start = 0; start < count; start += kScoreChunk) {
     const size_t n = std::min(kScoreChunk, count - start);
+    // The next chunk's vectors are fetched while this one is scored: the photos lie
+    // anywhere in memory, and waiting on each in turn would take twice as long.
+    for (size_t k = start + n; k < std::min(count, start + n + kScoreChunk); ++k) {
+      for (size_t g = 0; g < groups.size(); ++g) {
+        const char* v = reinterpret_cast<const char*>(vectors.vector(g, positions[k]));
+        const size_t bytes = groups[g].distanceRows[mode].end * sizeof(float);
+        for (size_t b = 0; b < bytes; b += 64) __builtin_prefetch(v + b);
+      }
+    }
     float* total = scores + start;
     std::fill_n(total, n, 0.0f);
     for (size_t g = 0; g < groups.size(); ++g) {
@@ -398,11 +412,11 @@ std::vector<SPhotoMatch> CSearchEngine::samePhoto(const CPhotoVectors& queries,
   return same;
 }
 
-// Scores the photos in order of their bound, a batch at a time on every thread, and stops at
-// the first photo whose bound rules it out against the n-th best score so far: it and every
-// photo after it score above that, so above the final n-th too. The n-th only falls as photos
-// are scored, so a batch that a thread takes later is ruled out at least as well. A query
-// without a bound scores every photo the same way.
+// First the photos of the lowest bounds, for an n-th best score close to the final one; then
+// every other photo in position order (memory read in order, on every thread), a photo left
+// out when its bound rules it out against the n-th best so far: it scores above that, so
+// above the final n-th too, which only falls as photos are scored. A query without a bound
+// scores every photo.
 std::vector<SPhotoMatch> CSearchEngine::nearest(const CPhotoVectors& queries, size_t query,
                                                 size_t n) const {
   n = std::min(n, vectors.size());
@@ -410,8 +424,8 @@ std::vector<SPhotoMatch> CSearchEngine::nearest(const CPhotoVectors& queries, si
   float row[kDims];
   const bool boundable = embedding.embed(queries, query, row) <= CBoundEmbedding::kMaxMass;
   std::mutex lock;
-  std::vector<SPhotoMatch> scored;
-  // The best n so far; the top is the n-th.
+  // The best n so far; the top is the n-th. A photo that ranks after the n-th can never
+  // come back into the best n, so only the heap is kept.
   std::priority_queue<SPhotoMatch, std::vector<SPhotoMatch>, decltype(&ranksBefore)> best(
       ranksBefore);
   const auto scoreAll = [&](const uint32_t* positions, size_t count) {
@@ -420,7 +434,7 @@ std::vector<SPhotoMatch> CSearchEngine::nearest(const CPhotoVectors& queries, si
     std::lock_guard<std::mutex> hold(lock);
     for (size_t k = 0; k < count; ++k) {
       const SPhotoMatch match{positions[k], scores[k]};
-      scored.push_back(match);
+      if (best.size() == n && !ranksBefore(match, best.top())) continue;
       best.push(match);
       if (best.size() > n) best.pop();
     }
@@ -430,52 +444,62 @@ std::vector<SPhotoMatch> CSearchEngine::nearest(const CPhotoVectors& queries, si
     const double nth = best.size() < n ? INFINITY : best.top().score;
     return std::isnan(nth) ? INFINITY : CBoundEmbedding::limit(nth);
   };
-  // Batches of `positions` on every thread while ruledOut(first photo of the batch) is false.
-  const auto scoreInBatches = [&](const std::vector<uint32_t>& positions, const auto& ruledOut) {
-    std::atomic<size_t> next{0};
-    onThreads(positions.size() < kParallelPhotos ? 1 : threads, [&](unsigned) {
-      for (size_t k; (k = next.fetch_add(kScoreChunk)) < positions.size() && !ruledOut(k);) {
-        scoreAll(&positions[k], std::min(kScoreChunk, positions.size() - k));
-      }
-    });
-  };
   scoreAll(unbounded.data(), unbounded.size());
+  // Each bounded photo's bound by position; NaN for the photos already scored.
+  std::vector<float> boundAt(vectors.size(), kRankedNan);
+  const size_t groups = (order.size() + kLanes - 1) / kLanes;
+  const unsigned parts = groups < kParallelPhotos / kLanes ? 1 : threads;
   if (!boundable) {
-    scoreInBatches(order, [](size_t) { return false; });
+    for (uint32_t position : order) boundAt[position] = 0.0f;
   } else {
-    std::vector<float> bound(lanes.size() / kDims);
     float x[kDims];
     inEntryOrder(row, x);
-    const size_t groups = bound.size() / kLanes;
-    const unsigned parts = groups < kParallelPhotos / kLanes ? 1 : threads;
+    // The rows of the lowest bounds, (bound, row) largest first.
+    const size_t early = std::min(order.size(), std::max<size_t>(2 * n, kEarlyPhotos));
+    std::vector<std::pair<float, uint32_t>> lowest;
     onThreads(parts, [&](unsigned t) {
-      const size_t begin = groups * t / parts;
-      const size_t end = groups * (t + 1) / parts;
-      CBoundEmbedding::laneDistances(x, &lanes[begin * kLanes * kDims], end - begin,
-                                     modeOneFactors, INFINITY, &bound[begin * kLanes]);
+      std::vector<std::pair<float, uint32_t>> mine;
+      float bound[kLanes * kBoundGroups];
+      for (size_t g = groups * t / parts, end = groups * (t + 1) / parts; g < end;
+           g += kBoundGroups) {
+        const size_t count = std::min(kBoundGroups, end - g);
+        CBoundEmbedding::laneDistances(x, &lanes[g * kLanes * kDims], count, modeOneFactors,
+                                       INFINITY, bound);
+        for (size_t r = g * kLanes; r < std::min(order.size(), (g + count) * kLanes); ++r) {
+          const std::pair<float, uint32_t> item(bound[r - g * kLanes], static_cast<uint32_t>(r));
+          boundAt[order[r]] = item.first;
+          if (mine.size() == early && !(item < mine.front())) continue;
+          mine.push_back(item);
+          std::push_heap(mine.begin(), mine.end());
+          if (mine.size() > early) {
+            std::pop_heap(mine.begin(), mine.end());
+            mine.pop_back();
+          }
+        }
+      }
+      std::lock_guard<std::mutex> hold(lock);
+      lowest.insert(lowest.end(), mine.begin(), mine.end());
     });
-    // The lowest bounds first, to find a first n-th score; then only rows it does not rule
-    // out, sorted by bound.
-    std::vector<uint32_t> byBound(order.size());
-    for (size_t r = 0; r < byBound.size(); ++r) byBound[r] = static_cast<uint32_t>(r);
-    const auto lower = [&bound](uint32_t a, uint32_t b) { return bound[a] < bound[b]; };
-    const size_t early = std::min(byBound.size(), std::max<size_t>(2 * n, kScoreChunk));
-    std::nth_element(byBound.begin(), byBound.begin() + early, byBound.end(), lower);
     std::vector<uint32_t> batch;
-    for (size_t k = 0; k < early; ++k) batch.push_back(order[byBound[k]]);
+    if (early > 0) std::nth_element(lowest.begin(), lowest.begin() + (early - 1), lowest.end());
+    for (size_t k = 0; k < early; ++k) batch.push_back(order[lowest[k].second]);
+    for (uint32_t position : batch) boundAt[position] = kRankedNan;
     scoreAll(batch.data(), batch.size());
-    const double first = limit();
-    std::vector<uint32_t> rest;
-    for (size_t k = early; k < byBound.size(); ++k) {
-      if (!(bound[byBound[k]] > first)) rest.push_back(byBound[k]);
-    }
-    std::sort(rest.begin(), rest.end(), lower);
-    std::vector<uint32_t> positions(rest.size());
-    for (size_t k = 0; k < rest.size(); ++k) positions[k] = order[rest[k]];
-    scoreInBatches(positions, [&](size_t k) { return bound[rest[k]] > limit(); });
   }
-  const size_t keep = std::min(n, scored.size());
-  std::partial_sort(scored.begin(), scored.begin() + keep, scored.end(), ranksBefore);
-  scored.resize(keep);
-  return scored;
+  std::atomic<size_t> next{0};
+  onThreads(parts, [&](unsigned) {
+    std::vector<uint32_t> candidates;
+    for (size_t begin; (begin = next.fetch_add(kScanPhotos)) < boundAt.size();) {
+      const double most = limit();
+      candidates.clear();
+      for (size_t p = begin; p < std::min(boundAt.size(), begin + kScanPhotos); ++p) {
+        if (boundAt[p] <= most) candidates.push_back(static_cast<uint32_t>(p));
+      }
+      scoreAll(candidates.data(), candidates.size());
+    }
+  });
+  std::vector<SPhotoMatch> nearest;
+  for (; !best.empty(); best.pop()) nearest.push_back(best.top());
+  std::reverse(nearest.begin(), nearest.end());
+  return nearest;
 }

@@ -197,7 +197,10 @@ class SearchEngineTest : public testing::Test {
     std::mt19937 random(7);
     CPhotoVectors queries;
     for (uint32_t q = 0; q < 40; ++q) {
-      const Features f = q % 2 ? scene(random) : changed(all[q * 37].second, 0.05f, random);
+      // The first two have no bound (too large, not a number).
+      const Features f = q < 2   ? featuresOf(990001 + q)
+                         : q % 2 ? scene(random)
+                                 : changed(all[q * 37].second, 0.05f, random);
       queries.addFeatures("V6", tilesOf(f), q + 1);
       for (size_t n : {1, 7, 60, 5000}) {
         const std::vector<SClassifyResult>& ranked =
