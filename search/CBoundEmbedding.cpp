@@ -1,5 +1,6 @@
 #include "search/CBoundEmbedding.h"
 
+#include <algorithm>
 #include <cmath>
 #include <stdexcept>
 
@@ -35,14 +36,14 @@ __attribute__((target("avx2"), always_inline)) inline __m256 addEntry(__m256 par
 
 template <bool kWeighted>
 __attribute__((target("avx2"))) void laneDistancesAvx2(const float* x, const float* groups,
-                                                       size_t count, const float* factors,
-                                                       float limit, float* out) {
-  constexpr size_t kDims = CBoundEmbedding::kDims;
+                                                       size_t count, size_t dims,
+                                                       const float* factors, float limit,
+                                                       float* out) {
   const __m256 most = _mm256_set1_ps(limit);
   for (size_t g = 0; g < count; ++g) {
-    const float* group = groups + g * kDims * 8;
+    const float* group = groups + g * dims * 8;
     __m256 p0 = _mm256_setzero_ps(), p1 = p0, p2 = p0, p3 = p0, sum = p0;
-    for (size_t d = 0; d < kDims; d += 8) {
+    for (size_t d = 0; d < dims; d += 8) {
       p0 = addEntry<kWeighted>(p0, group, x, factors, d);
       p1 = addEntry<kWeighted>(p1, group, x, factors, d + 1);
       p2 = addEntry<kWeighted>(p2, group, x, factors, d + 2);
@@ -76,38 +77,53 @@ CBoundEmbedding::CBoundEmbedding()
     if (row.kind != kWindowedCumulativeDifference && row.kind != kMeanAbsoluteDifference) {
       throw std::logic_error("no bound for this distance");
     }
-    // Mode 1 bounds scale mode-0 entries when its row compares the same coordinates over a
-    // range that holds mode 0's: each entry then weighs (end0 - start0) / (end1 - start1).
-    const SDistanceRow& wide = group.distanceRows.at(1);
-    const float factor = wide.kind == row.kind && wide.start == row.start && wide.end >= row.end
-                             ? static_cast<float>(static_cast<double>(row.end - row.start) /
-                                                  static_cast<double>(wide.end - wide.start))
-                             : 0.0f;
-    // One coordinate weighs the group's scale over its mode-0 range length.
-    weights.push_back(static_cast<double>(group.scale) / static_cast<double>(row.end - row.start));
-    firstCoordinate.push_back(coordinates);
-    coordinates += row.end - row.start;
-    if (row.end <= row.start || coordinates > kMaxCoordinates) {
-      throw std::logic_error("no bound for this range");
-    }
     const uint32_t period = group.binsPerTile;
-    if (period == 0) throw std::logic_error("no bound for this range");
-    const uint32_t parts = (period + kBlockCoordinates - 1) / kBlockCoordinates;
-    for (uint32_t tile = 0; tile < row.end - row.start; tile += period) {
-      for (uint32_t part = 0; part < parts; ++part) {
-        const uint32_t first = tile + period * part / parts;
-        const uint32_t last = tile + period * (part + 1) / parts;
-        if (blocks.size() == kDims) throw std::logic_error("embedding too short");
-        modeOne[blocks.size()] = factor;
-        blocks.push_back({g, first, last - first});
+    if (row.end <= row.start || period == 0) throw std::logic_error("no bound for this range");
+    // Mode 1 bounds take the mode-0 entries when its row compares the same coordinates over a
+    // range that holds mode 0's: each entry then weighs (end0 - start0) / (end1 - start1), and
+    // the rest of the range has entries of its own.
+    const SDistanceRow& wide = group.distanceRows.at(1);
+    const bool holds = wide.kind == row.kind && wide.start == row.start && wide.end >= row.end;
+    const uint32_t length = row.end - row.start;
+    const uint32_t wideLength = holds ? wide.end - wide.start : length;
+    firstCoordinate.push_back(coordinates);
+    coordinateCount.push_back(wideLength);
+    coordinates += wideLength;
+    if (coordinates > kMaxCoordinates) throw std::logic_error("no bound for this range");
+    const size_t first = blocks[0].size();
+    // One coordinate weighs the group's scale over the range length.
+    addBlocks(0, g, 0, length, period,
+              static_cast<double>(group.scale) / static_cast<double>(length));
+    const float factor =
+        holds ? static_cast<float>(static_cast<double>(length) / static_cast<double>(wideLength))
+              : 0.0f;
+    for (size_t d = first; d < blocks[0].size(); ++d) modeOne[d] = factor;
+    addBlocks(1, g, length, wideLength, period,
+              static_cast<double>(group.scale) / static_cast<double>(wideLength));
+  }
+}
+
+void CBoundEmbedding::addBlocks(int part, uint32_t g, uint32_t from, uint32_t to,
+                                uint32_t period, double weight) {
+  const uint32_t parts = (period + kBlockCoordinates - 1) / kBlockCoordinates;
+  for (uint32_t window = from; window < to; window += period) {
+    const uint32_t span = std::min(to, window + period) - window;
+    for (uint32_t k = 0; k < parts; ++k) {
+      const uint32_t first = window + span * k / parts;
+      const uint32_t last = window + span * (k + 1) / parts;
+      if (last == first) continue;
+      if (blocks[part].size() == (part == 0 ? kDims : kMeanDims)) {
+        throw std::logic_error("embedding too short");
       }
+      blocks[part].push_back({g, first, last - first, weight});
     }
   }
 }
 
-// Coordinates in double: x_i, or for a cumulative group the running sum of x within its tile
-// (restarting every binsPerTile entries from the range start, as the distance does).
-// E_B = (float)(w * sum of the block's coordinates); mass = sum of |E_B|.
+// Coordinates in double: x_i, or for a cumulative group the running sum of x within its
+// window (restarting every binsPerTile entries from the range start, as the distance does),
+// over mode 1's range where it holds mode 0's. E_B = (float)(w * sum of the block's
+// coordinates); mass = sum of |E_B|.
 double CBoundEmbedding::embed(const CPhotoVectors& photos, size_t position, float* row) const {
   const std::vector<CFeatureGroup>& groups = CPhotoVectors::groups();
   double x[kMaxCoordinates];
@@ -116,30 +132,35 @@ double CBoundEmbedding::embed(const CPhotoVectors& photos, size_t position, floa
     const SDistanceRow& range = group.distanceRows[0];
     const float* v = photos.vector(g, position) + range.start;
     double* out = x + firstCoordinate[g];
-    const uint32_t length = range.end - range.start;
+    const uint32_t length = coordinateCount[g];
     if (range.kind == kMeanAbsoluteDifference) {
       for (uint32_t k = 0; k < length; ++k) out[k] = static_cast<double>(v[k]);
       continue;
     }
-    double running = 0.0;
-    for (uint32_t k = 0; k < length; ++k) {
-      if (k % group.binsPerTile == 0) running = 0.0;
-      running += static_cast<double>(v[k]);
-      out[k] = running;
+    for (uint32_t window = 0; window < length; window += group.binsPerTile) {
+      double running = 0.0;
+      for (uint32_t k = window; k < std::min(length, window + group.binsPerTile); ++k) {
+        running += static_cast<double>(v[k]);
+        out[k] = running;
+      }
     }
   }
   double mass = 0.0;
-  for (size_t d = 0; d < kDims; ++d) {
-    if (d >= blocks.size()) {
-      row[d] = 0.0f;
-      continue;
+  for (int part = 0; part < 2; ++part) {
+    const size_t dims = part == 0 ? kDims : kMeanDims;
+    float* entries = row + (part == 0 ? 0 : kDims);
+    for (size_t d = 0; d < dims; ++d) {
+      if (d >= blocks[part].size()) {
+        entries[d] = 0.0f;
+        continue;
+      }
+      const SBlock& block = blocks[part][d];
+      const double* coordinates = x + firstCoordinate[block.group] + block.first;
+      double sum = 0.0;
+      for (uint32_t k = 0; k < block.count; ++k) sum += coordinates[k];
+      entries[d] = static_cast<float>(sum * block.weight);
+      mass += std::fabs(static_cast<double>(entries[d]));
     }
-    const SBlock& block = blocks[d];
-    const double* coordinates = x + firstCoordinate[block.group] + block.first;
-    double sum = 0.0;
-    for (uint32_t k = 0; k < block.count; ++k) sum += coordinates[k];
-    row[d] = static_cast<float>(sum * weights[block.group]);
-    mass += std::fabs(static_cast<double>(row[d]));
   }
   return mass;
 }
@@ -148,23 +169,24 @@ double CBoundEmbedding::embed(const CPhotoVectors& photos, size_t position, floa
 // (p0 + p1) + (p2 + p3) after every 8 entries. Parts only grow, so a combined sum above the
 // limit stays above it to the end.
 void CBoundEmbedding::laneDistances(const float* x, const float* groups, size_t count,
-                                    const float* factors, float limit, float* out) {
+                                    size_t dims, const float* factors, float limit,
+                                    float* out) {
 #if defined(ORVANE_SEARCH_AVX2)
   if (haveAvx2()) {
     if (factors == nullptr) {
-      laneDistancesAvx2<false>(x, groups, count, factors, limit, out);
+      laneDistancesAvx2<false>(x, groups, count, dims, factors, limit, out);
     } else {
-      laneDistancesAvx2<true>(x, groups, count, factors, limit, out);
+      laneDistancesAvx2<true>(x, groups, count, dims, factors, limit, out);
     }
     return;
   }
 #endif
   for (size_t g = 0; g < count; ++g) {
-    const float* group = groups + g * kDims * kLanes;
+    const float* group = groups + g * dims * kLanes;
     for (size_t lane = 0; lane < kLanes; ++lane) {
       float part[4] = {0.0f, 0.0f, 0.0f, 0.0f};
       float sum = 0.0f;
-      for (size_t d = 0; d < kDims; d += 8) {
+      for (size_t d = 0; d < dims; d += 8) {
         for (size_t e = d; e < d + 8; ++e) {
           const float difference = std::fabs(group[kLanes * e + lane] - x[e]);
           part[e % 4] += factors == nullptr ? difference : difference * factors[e];

@@ -15,6 +15,7 @@
 namespace {
 
 constexpr size_t kDims = CBoundEmbedding::kDims;
+constexpr size_t kMeanDims = CBoundEmbedding::kMeanDims;
 constexpr size_t kLanes = CBoundEmbedding::kLanes;
 
 // Photos scored per call of a many-vector kernel.
@@ -128,19 +129,21 @@ CSearchEngine::CSearchEngine(CPhotoVectors photos, unsigned threads)
   const size_t count = vectors.size();
   std::vector<float> allRows(count * kDims);
   std::vector<char> bounded(count);
-  {
-    // Rows on all threads: the embedding is the bulk of the set-up.
-    std::vector<std::thread> workers;
-    for (unsigned t = 0; t < this->threads; ++t) {
-      workers.emplace_back([&, t] {
-        for (size_t i = t; i < count; i += this->threads) {
-          const double mass = embedding.embed(vectors, i, &allRows[i * kDims]);
-          bounded[i] = mass <= CBoundEmbedding::kMaxMass;
-        }
-      });
+  meanLanes.resize((count + kLanes - 1) / kLanes * kLanes * kMeanDims);
+  // Rows on all threads: the embedding is the bulk of the set-up. The first parts wait for
+  // the key order; the second parts stay in position order.
+  // Each thread takes whole groups of kLanes, so that no two write one cache line.
+  const size_t groups = (count + kLanes - 1) / kLanes;
+  onThreads(this->threads, [&](unsigned t) {
+    float row[CBoundEmbedding::kRowDims];
+    const size_t end = std::min(count, groups * (t + 1) / this->threads * kLanes);
+    for (size_t i = groups * t / this->threads * kLanes; i < end; ++i) {
+      bounded[i] = embedding.embed(vectors, i, row) <= CBoundEmbedding::kMaxMass;
+      std::copy(row, row + kDims, &allRows[i * kDims]);
+      float* group = &meanLanes[i / kLanes * kLanes * kMeanDims];
+      for (size_t d = 0; d < kMeanDims; ++d) group[d * kLanes + i % kLanes] = row[kDims + d];
     }
-    for (std::thread& worker : workers) worker.join();
-  }
+  });
   std::vector<uint32_t> boundedPositions;
   for (size_t i = 0; i < count; ++i) {
     (bounded[i] ? boundedPositions : unbounded).push_back(static_cast<uint32_t>(i));
@@ -164,11 +167,12 @@ CSearchEngine::CSearchEngine(CPhotoVectors photos, unsigned threads)
   }
 }
 
-// The vectors and id, two copies of the bounds (all photos' and the ordered ones, with up to
-// kLanes - 1 more), key, order, and the sort's (key, position) pairs.
+// The vectors and id, two copies of the bounds' first parts (all photos' and the ordered
+// ones, with up to kLanes - 1 more), their second parts, key, order, and the sort's (key,
+// position) pairs.
 size_t CSearchEngine::memoryPerPhoto() {
   return CPhotoVectors::photoFloats() * sizeof(float) + sizeof(uint32_t) +
-         2 * kDims * sizeof(float) + sizeof(double) + sizeof(uint32_t) +
+         (2 * kDims + kMeanDims) * sizeof(float) + sizeof(double) + sizeof(uint32_t) +
          sizeof(std::pair<double, uint32_t>) + 1;
 }
 
@@ -176,7 +180,8 @@ size_t CSearchEngine::bytesPerPhoto() const {
   if (vectors.size() == 0) return 0;
   const size_t bytes = vectors.size() * (CPhotoVectors::photoFloats() * sizeof(float) +
                                          sizeof(uint32_t)) +
-                       lanes.size() * sizeof(float) + keys.size() * sizeof(double) +
+                       (lanes.size() + meanLanes.size()) * sizeof(float) +
+                       keys.size() * sizeof(double) +
                        order.size() * sizeof(uint32_t) + unbounded.size() * sizeof(uint32_t);
   return bytes / vectors.size();
 }
@@ -308,7 +313,7 @@ size_t CSearchEngine::keepSame(uint32_t query, const std::vector<uint32_t>& cand
 }
 
 size_t CSearchEngine::pairsOfRows(size_t begin, size_t end, std::vector<SPhotoPair>& out) const {
-  const double limit = CBoundEmbedding::limit(kSamePhotoThreshold);
+  const double limit = CBoundEmbedding::limit(kSamePhotoThreshold, 0);
   const size_t last = window(keys[end - 1], limit).end;
   std::vector<size_t> rowEnd(end - begin);
   std::vector<float> x((end - begin) * kDims);
@@ -328,7 +333,7 @@ size_t CSearchEngine::pairsOfRows(size_t begin, size_t end, std::vector<SPhotoPa
       if (from >= to) continue;
       const size_t first = from / kLanes;
       CBoundEmbedding::laneDistances(&x[(i - begin) * kDims], &lanes[first * kLanes * kDims],
-                                     (to + kLanes - 1) / kLanes - first, nullptr,
+                                     (to + kLanes - 1) / kLanes - first, kDims, nullptr,
                                      static_cast<float>(limit), bound);
       for (size_t j = from; j < to; ++j) {
         if (bound[j - first * kLanes] <= limit) candidates[i - begin].push_back(order[j]);
@@ -383,18 +388,18 @@ std::vector<SPhotoPair> CSearchEngine::samePhotoPairs(const CPhotoVectors& queri
 
 std::vector<SPhotoMatch> CSearchEngine::samePhoto(const CPhotoVectors& queries,
                                                   size_t query) const {
-  float row[kDims];
+  float row[CBoundEmbedding::kRowDims];
   const bool boundable = embedding.embed(queries, query, row) <= CBoundEmbedding::kMaxMass;
   std::vector<uint32_t> candidates(unbounded);
   if (boundable) {
-    const double limit = CBoundEmbedding::limit(kSamePhotoThreshold);
+    const double limit = CBoundEmbedding::limit(kSamePhotoThreshold, 0);
     const SWindow near = window(keyOf(row), limit);
     const size_t first = near.begin / kLanes;
     const size_t groups = (near.end + kLanes - 1) / kLanes - first;
     std::vector<float> bound(groups * kLanes);
     float x[kDims];
     inEntryOrder(row, x);
-    CBoundEmbedding::laneDistances(x, &lanes[first * kLanes * kDims], groups, nullptr,
+    CBoundEmbedding::laneDistances(x, &lanes[first * kLanes * kDims], groups, kDims, nullptr,
                                    static_cast<float>(limit), bound.data());
     for (size_t r = near.begin; r < near.end; ++r) {
       if (bound[r - first * kLanes] <= limit) candidates.push_back(order[r]);
@@ -421,7 +426,7 @@ std::vector<SPhotoMatch> CSearchEngine::nearest(const CPhotoVectors& queries, si
                                                 size_t n) const {
   n = std::min(n, vectors.size());
   if (n == 0) return {};
-  float row[kDims];
+  float row[CBoundEmbedding::kRowDims];
   const bool boundable = embedding.embed(queries, query, row) <= CBoundEmbedding::kMaxMass;
   std::mutex lock;
   // The best n so far; the top is the n-th. A photo that ranks after the n-th can never
@@ -442,32 +447,47 @@ std::vector<SPhotoMatch> CSearchEngine::nearest(const CPhotoVectors& queries, si
   const auto limit = [&] {
     std::lock_guard<std::mutex> hold(lock);
     const double nth = best.size() < n ? INFINITY : best.top().score;
-    return std::isnan(nth) ? INFINITY : CBoundEmbedding::limit(nth);
+    return std::isnan(nth) ? INFINITY : CBoundEmbedding::limit(nth, 1);
+  };
+  // Runs work(begin, end) over groups of kLanes photos or rows, split between the threads.
+  const auto inParts = [this](size_t groups, const auto& work) {
+    const unsigned parts = groups < kParallelPhotos / kLanes ? 1 : threads;
+    onThreads(parts, [&](unsigned t) { work(groups * t / parts, groups * (t + 1) / parts); });
   };
   scoreAll(unbounded.data(), unbounded.size());
   // Each bounded photo's bound by position; NaN for the photos already scored.
   std::vector<float> boundAt(vectors.size(), kRankedNan);
-  const size_t groups = (order.size() + kLanes - 1) / kLanes;
-  const unsigned parts = groups < kParallelPhotos / kLanes ? 1 : threads;
   if (!boundable) {
     for (uint32_t position : order) boundAt[position] = 0.0f;
   } else {
+    // The first parts of the bounds, by row.
     float x[kDims];
     inEntryOrder(row, x);
-    // The rows of the lowest bounds, (bound, row) largest first.
+    inParts((order.size() + kLanes - 1) / kLanes, [&](size_t begin, size_t end) {
+      float bound[kLanes * kBoundGroups];
+      for (size_t g = begin; g < end; g += kBoundGroups) {
+        const size_t count = std::min(kBoundGroups, end - g);
+        CBoundEmbedding::laneDistances(x, &lanes[g * kLanes * kDims], count, kDims,
+                                       modeOneFactors, INFINITY, bound);
+        for (size_t r = g * kLanes; r < std::min(order.size(), (g + count) * kLanes); ++r) {
+          boundAt[order[r]] = bound[r - g * kLanes];
+        }
+      }
+    });
+    // Plus the second parts, by position; and the (bound, position) of the lowest bounds.
     const size_t early = std::min(order.size(), std::max<size_t>(2 * n, kEarlyPhotos));
     std::vector<std::pair<float, uint32_t>> lowest;
-    onThreads(parts, [&](unsigned t) {
-      std::vector<std::pair<float, uint32_t>> mine;
+    inParts((vectors.size() + kLanes - 1) / kLanes, [&](size_t begin, size_t end) {
+      std::vector<std::pair<float, uint32_t>> mine;  // a heap, the largest first
       float bound[kLanes * kBoundGroups];
-      for (size_t g = groups * t / parts, end = groups * (t + 1) / parts; g < end;
-           g += kBoundGroups) {
+      for (size_t g = begin; g < end; g += kBoundGroups) {
         const size_t count = std::min(kBoundGroups, end - g);
-        CBoundEmbedding::laneDistances(x, &lanes[g * kLanes * kDims], count, modeOneFactors,
-                                       INFINITY, bound);
-        for (size_t r = g * kLanes; r < std::min(order.size(), (g + count) * kLanes); ++r) {
-          const std::pair<float, uint32_t> item(bound[r - g * kLanes], static_cast<uint32_t>(r));
-          boundAt[order[r]] = item.first;
+        CBoundEmbedding::laneDistances(row + kDims, &meanLanes[g * kLanes * kMeanDims], count,
+                                       kMeanDims, nullptr, INFINITY, bound);
+        for (size_t p = g * kLanes; p < std::min(boundAt.size(), (g + count) * kLanes); ++p) {
+          if (std::isnan(boundAt[p])) continue;
+          boundAt[p] += bound[p - g * kLanes];
+          const std::pair<float, uint32_t> item(boundAt[p], static_cast<uint32_t>(p));
           if (mine.size() == early && !(item < mine.front())) continue;
           mine.push_back(item);
           std::push_heap(mine.begin(), mine.end());
@@ -482,12 +502,12 @@ std::vector<SPhotoMatch> CSearchEngine::nearest(const CPhotoVectors& queries, si
     });
     std::vector<uint32_t> batch;
     if (early > 0) std::nth_element(lowest.begin(), lowest.begin() + (early - 1), lowest.end());
-    for (size_t k = 0; k < early; ++k) batch.push_back(order[lowest[k].second]);
+    for (size_t k = 0; k < early; ++k) batch.push_back(lowest[k].second);
     for (uint32_t position : batch) boundAt[position] = kRankedNan;
     scoreAll(batch.data(), batch.size());
   }
   std::atomic<size_t> next{0};
-  onThreads(parts, [&](unsigned) {
+  inParts((boundAt.size() + kLanes - 1) / kLanes, [&](size_t, size_t) {
     std::vector<uint32_t> candidates;
     for (size_t begin; (begin = next.fetch_add(kScanPhotos)) < boundAt.size();) {
       const double most = limit();

@@ -104,8 +104,10 @@ class CSearchEngine {
   std::vector<double> keyFactors;   // kDims, each in [-1, 1]: the key bounds the distance
   std::vector<uint32_t> entries;    // kDims: the embedding's entries in the order rows keep them
   float modeOneFactors[CBoundEmbedding::kDims];  // modeFactors(1) in entry order
-  // The bounded photos' rows in key order, in groups of kLanes rows (laneDistances).
+  // The first parts of the bounded photos' rows in key order, and the second parts of all
+  // photos' rows in position order, in groups of kLanes rows (laneDistances).
   std::vector<float> lanes;
+  std::vector<float> meanLanes;
   std::vector<double> keys;         // ascending
   std::vector<uint32_t> order;      // the position of each row
   std::vector<uint32_t> unbounded;  // positions that bounds must not rule out, ascending

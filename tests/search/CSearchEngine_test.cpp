@@ -17,42 +17,10 @@
 #include <vector>
 
 #include "database/CSignatureDatabase.h"
+#include "tests/search/Scenes.h"
 #include "tests/support/ThrownText.h"
 
 namespace {
-
-using Features = std::map<std::string, std::vector<float>>;
-
-CSignatureDatabase::FeatureTiles tilesOf(const Features& features) {
-  return [&features](const std::string& name, uint32_t) { return features.at(name).data(); };
-}
-
-// Tiles of `bins` values that sum to 1 (colour), or edge strengths up to 0.5.
-Features scene(std::mt19937& random) {
-  std::uniform_real_distribution<float> unit(0.0f, 1.0f);
-  Features f;
-  for (auto [name, count, bins] : {std::tuple<const char*, int, int>{"EDG", 96, 6},
-                                   {"HUE", 144, 16}, {"SAT", 36, 4}, {"VAL", 36, 4}}) {
-    std::vector<float>& v = f[name];
-    for (int tile = 0; tile < count / bins; ++tile) {
-      float sum = 0.0f;
-      for (int b = 0; b < bins; ++b) sum += v.emplace_back(unit(random) * unit(random));
-      if (std::string(name) == "EDG") continue;
-      for (int b = 0; b < bins; ++b) v[tile * bins + b] /= sum;
-    }
-  }
-  return f;
-}
-
-// The scene with each value moved towards a random one by `strength`.
-Features changed(const Features& base, float strength, std::mt19937& random) {
-  Features noise = scene(random);
-  Features f = base;
-  for (auto& [name, v] : f) {
-    for (size_t i = 0; i < v.size(); ++i) v[i] += strength * (noise[name][i] - v[i]);
-  }
-  return f;
-}
 
 uint32_t bitsOf(float x) {
   uint32_t bits;
