@@ -1,5 +1,4 @@
 """Shared photos and the C++ reference program (orvane_reference, built by make python)."""
-
 import os
 import pathlib
 import struct
@@ -15,8 +14,7 @@ def photo(width, height, seed):
     """A photo-like BGR image: colour gradients, a bright disc and a little grain."""
     y, x = np.mgrid[0:height, 0:width]
     cx, cy = width * (1 + seed % 3) // 4, height * (1 + seed % 2) // 3
-    radius = max(height // (3 + seed % 2), 1)
-    disc = (x - cx) ** 2 + (y - cy) ** 2 < radius * radius
+    disc = (x - cx) ** 2 + (y - cy) ** 2 < max(height // (3 + seed % 2), 1) ** 2
     blue = x * (seed + 1) * 255 // width % 256
     green = (y * 200 // height + seed * 40) % 256
     red = np.where(disc, 250, ((x + y) * 90 // (width + height) + 30 * seed) % 256)
@@ -31,18 +29,15 @@ def brighter(image):
 
 @pytest.fixture(scope="session")
 def reference():
-    """run(command, photos) -> the reference program's output for packed BGR photos."""
+    """run(command, photos) -> the reference program's output lines for BGR photos."""
     given = os.environ.get("ORVANE_REFERENCE")
-    program = pathlib.Path(given or pathlib.Path(orvane.__file__).parents[1] / "orvane_reference")
+    program = given or pathlib.Path(orvane.__file__).parents[1] / "orvane_reference"
     if not given and not program.exists():
         pytest.skip("no orvane_reference program (make python builds it)")
 
     def run(command, photos):
-        data = b"".join(
-            struct.pack("<II", p.shape[1], p.shape[0]) + np.ascontiguousarray(p).tobytes()
-            for p in photos
-        )
-        done = subprocess.run([str(program), *command], input=data, capture_output=True, check=True)
-        return done.stdout.decode().split("\n")[:-1]
+        data = b"".join(struct.pack("<II", p.shape[1], p.shape[0]) + p.tobytes() for p in photos)
+        done = subprocess.run([program, *command], input=data, capture_output=True, check=True)
+        return done.stdout.decode().splitlines()
 
     return run

@@ -1,48 +1,39 @@
-// The C++ library's answers for photos given as raw pixels, for comparison with the Python
-// package. Standard input: photos, each a little-endian u32 width and height, then
-// width * height * 3 bytes of blue-green-red rows.
-//   orvane_reference signatures      one line per photo: its signature stream in hex
-//   orvane_reference classify        stores every photo but the last under ids 1, 2, ...,
-//                                    asks with the last: lines "<mode> <id> <score as %a>"
-//                                    for mode 0, then mode 1 with all results
-//   orvane_reference time <count>    extracts the first photo count times after one warm-up
-//                                    run; prints the mean wall and processor seconds per
-//                                    extract
+// The C++ library's answers for raw photos, to compare the Python package with. Standard
+// input: photos, each a little-endian u32 width and height, then blue-green-red rows.
+//   signatures    a line per photo: its signature stream in hex
+//   classify      stores every photo but the last under ids 1, 2, ..., asks with the last:
+//                 lines "<mode> <id> <score as %a>", mode 0, then mode 1 with all results
+//   time <count>  the mean wall and processor seconds of count extracts of the first photo,
+//                 after one warm-up run
 #include <orvane.h>
 
 #include <chrono>
-#include <ctime>
-#include <cstdint>
 #include <cstdio>
-#include <cstring>
+#include <ctime>
 #include <iostream>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace {
 
 struct Photo {
-  int width = 0;
-  int height = 0;
+  int width = 0, height = 0;
   std::vector<unsigned char> bgr;
 };
 
-uint32_t readWord(std::istream& in) {
-  unsigned char b[4] = {};
-  in.read(reinterpret_cast<char*>(b), 4);
-  return b[0] | b[1] << 8 | b[2] << 16 | static_cast<uint32_t>(b[3]) << 24;
-}
-
 std::vector<Photo> readPhotos(std::istream& in) {
   std::vector<Photo> photos;
-  while (in.peek() != EOF) {
+  unsigned char size[8];
+  while (in.read(reinterpret_cast<char*>(size), sizeof size)) {
     Photo photo;
-    photo.width = static_cast<int>(readWord(in));
-    photo.height = static_cast<int>(readWord(in));
+    photo.width = size[0] | size[1] << 8 | size[2] << 16 | (size[3] & 0x7f) << 24;
+    photo.height = size[4] | size[5] << 8 | size[6] << 16 | (size[7] & 0x7f) << 24;
     photo.bgr.resize(static_cast<size_t>(photo.width) * photo.height * 3);
-    in.read(reinterpret_cast<char*>(photo.bgr.data()), static_cast<std::streamsize>(photo.bgr.size()));
-    if (!in) throw std::runtime_error("short photo");
+    if (!in.read(reinterpret_cast<char*>(photo.bgr.data()), photo.bgr.size())) {
+      throw std::runtime_error("short photo");
+    }
     photos.push_back(std::move(photo));
   }
   return photos;
@@ -50,10 +41,6 @@ std::vector<Photo> readPhotos(std::istream& in) {
 
 const CFIDContainer& extract(CFIDExtractor& extractor, const Photo& photo) {
   return extractor.extract(photo.bgr.data(), photo.width, photo.height, photo.width * 3, 0, 0);
-}
-
-void printMatches(int mode, const std::vector<CFIDMatch>& matches) {
-  for (const CFIDMatch& m : matches) std::printf("%d %d %a\n", mode, m.id, static_cast<double>(m.score));
 }
 
 }  // namespace
@@ -76,8 +63,11 @@ int main(int argc, char** argv) {
         database.addSignature(extract(extractor, photos[i]), static_cast<int>(i + 1), 0);
       }
       const CFIDContainer query = extract(extractor, photos.back());
-      printMatches(0, database.classify(query, 0, 0));
-      printMatches(1, database.classify(query, 0, 1));
+      for (int mode : {0, 1}) {
+        for (const CFIDMatch& m : database.classify(query, 0, mode)) {
+          std::printf("%d %d %a\n", mode, m.id, static_cast<double>(m.score));
+        }
+      }
     } else if (command == "time" && argc > 2 && !photos.empty()) {
       const int count = std::stoi(argv[2]);
       extract(extractor, photos[0]);
