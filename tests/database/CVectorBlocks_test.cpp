@@ -33,14 +33,11 @@ TEST(VectorBlocksTest, VectorsReadBackAfterAppendsMovesAndCopies) {
   const CVectorBlocks copy = blocks;
   EXPECT_EQ(copy.size(), count - 1);
   for (size_t i : {size_t{0}, size_t{1}, size_t{2}, size_t{17}, count - 2}) {
-    SCOPED_TRACE(i);
-    const float seed = static_cast<float>(i == 1 ? count - 1 : i);
-    EXPECT_EQ(readBack(copy, i), vectorOf(seed, 7));
+    EXPECT_EQ(readBack(copy, i), vectorOf(static_cast<float>(i == 1 ? count - 1 : i), 7)) << i;
   }
   // Entry 4 of vector 17: lane 1 of block 1, one entry into the means region.
   EXPECT_EQ(copy.tail(1)[kBlockLanes + 1], 17004.0f);
   blocks.clear();
-  EXPECT_EQ(blocks.size(), 0u);
   blocks.append(vectorOf(5, 7).data());
   EXPECT_EQ(readBack(blocks, 0), vectorOf(5, 7));
 }
