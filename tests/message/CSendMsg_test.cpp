@@ -54,12 +54,9 @@ TEST(CSendMsgTest, GetBufferHandsOutAFreshCopyEachTime) {
   message.put(5);
   const unsigned char* first = message.getBuffer();  // unfinished: the items alone
   EXPECT_EQ(hexText(first, message.size()), "33 00 00 00 04 00 00 00 05");
-  const unsigned char* second = message.getBuffer();
-  EXPECT_NE(first, second);
-  EXPECT_EQ(hexText(second, message.size()), "33 00 00 00 04 00 00 00 05");
+  EXPECT_NE(message.getBuffer(), first);
   message.reset();
   EXPECT_EQ(message.size(), 0u);
-  EXPECT_EQ(message.checkHeader(kHeader), 0);
   EXPECT_EQ(thrownText([&] { message.setBuffer(kHeader, 5); }), "CSendMsg::setBuffer not allowed");
 }
 
