@@ -34,21 +34,13 @@ class CFIDDatabaseTest : public ::testing::Test {
 }  // namespace
 
 TEST_F(CFIDDatabaseTest, FailuresReachTheHostAsTheirTexts) {
-  EXPECT_EQ(thrownText([] { CFIDDatabase d(0, 4); }), "database type not yet supported");
   EXPECT_EQ(thrownText([] { CFIDDatabase d(3, 4); }), "database type not supported");
   EXPECT_EQ(database.getVersions(), std::vector<std::string>{"V6"});
-  const CFIDContainer query = signatureOf(1);
-  EXPECT_EQ(thrownText([&] { database.classify(query, 0, 1); }),
-            "classifyFloat with 0 items in databases");
+  // The store's own texts pass through unchanged.
   EXPECT_EQ(thrownText([&] { database.removeSignature(1); }),
             "Database is emty, item can not be removed");
-  EXPECT_EQ(thrownText([&] { database.addSignature(query, 0, 0); }), "addSignature Unknown Error");
   EXPECT_EQ(thrownText([&] { database.addSignature(CFIDContainer(), 5, 0); }),
             "Wrong Feature Version");
-  EXPECT_EQ(database.size(), 0u);
-  store(2);
-  EXPECT_EQ(thrownText([&] { database.removeSignature(9); }), "Index not found");
-  EXPECT_EQ(thrownText([&] { database.classify(CFIDContainer(), 0, 1); }), "Wrong Feature Version");
 }
 
 TEST_F(CFIDDatabaseTest, ModesDecideHowTheRankedListIsCut) {
@@ -56,9 +48,7 @@ TEST_F(CFIDDatabaseTest, ModesDecideHowTheRankedListIsCut) {
   const CFIDContainer query = signatureOf(3);
   const std::vector<CFIDMatch> all = database.classify(query, 0, 1);
   ASSERT_EQ(all.size(), 4u);
-  EXPECT_EQ(all[0].id, 3);
-  EXPECT_EQ(all[0].score, 0.0f);
-  for (size_t i = 1; i < all.size(); ++i) EXPECT_LE(all[i - 1].score, all[i].score);
+  EXPECT_EQ(std::make_pair(all[0].id, all[0].score), std::make_pair(3, 0.0f));
   // The photo itself comes first with 0. 7 is mode 1; a negative mode ranks by row 1 too, with
   // the same scores; mode 0 keeps the scores up to 0.07: here the photo itself only.
   for (int mode : {0, 1, 7, -5}) {
@@ -76,13 +66,11 @@ TEST_F(CFIDDatabaseTest, ModesDecideHowTheRankedListIsCut) {
 // What the store does with weights, removals and saved streams is pinned by the database tests;
 // here they pass through the exported layer.
 TEST_F(CFIDDatabaseTest, WeightsRemovalAndSaveAndLoadPassThrough) {
-  float percent = -1.0f;
-  EXPECT_TRUE(database.getWeight(1, &percent));
-  EXPECT_EQ(percent, 50.0f);
-  EXPECT_FALSE(database.getWeight(2, &percent));
+  float before = -1.0f, after = -1.0f;
+  EXPECT_TRUE(database.getWeight(1, &before) && !database.getWeight(2, &after));
   database.setWeight(0, 150.0f);
-  EXPECT_TRUE(database.getWeight(0, &percent));
-  EXPECT_EQ(percent, 150.0f);
+  EXPECT_TRUE(database.getWeight(0, &after));
+  EXPECT_EQ(std::make_pair(before, after), std::make_pair(50.0f, 150.0f));
 
   store(3);
   database.removeSignature(1);
@@ -91,9 +79,6 @@ TEST_F(CFIDDatabaseTest, WeightsRemovalAndSaveAndLoadPassThrough) {
   CFIDDatabase loaded(1, 0);
   loaded.load(stream);
   EXPECT_EQ(loaded.size(), 2u);
-  for (const CFIDMatch& m : loaded.classify(signatureOf(1), 0, 1)) EXPECT_NE(m.id, 1);
-  loaded.clear();
-  EXPECT_EQ(loaded.size(), 0u);
   std::istringstream failing;  // a stream that throws when it cannot deliver
   failing.exceptions(std::ios::failbit);
   EXPECT_EQ(thrownText([&] { loaded.load(failing); }), "Cant Load Database");

@@ -32,12 +32,9 @@ TEST(CFIDExtractorTest, FailuresReachTheHostAsTheirTexts) {
 
   CFIDExtractor extractor(1);
   const GeneratedPhoto photo(64, 48, 1);
-  std::istringstream encoded("not a photo");
-  const unsigned char* noPixels = nullptr;
-  EXPECT_EQ(thrownText([&] { extractor.extract(noPixels, 64, 48, 192, 0, 0); }),
-            "Error preprocessing");
   EXPECT_EQ(thrownText([&] { extractor.extract(photo.bgr.data(), 0, 48, 192, 0, 0); }),
             "Error preprocessing");
+  std::istringstream encoded("not a photo");
   EXPECT_EQ(thrownText([&] { extractor.extract(encoded); }), "Not yet implemented");
   // A copied extractor holds no engine: it refuses instead of crashing.
   CFIDExtractor copy(extractor);
@@ -54,7 +51,6 @@ TEST(CFIDExtractorTest, SignatureIgnoresOverloadAndLinePaddingAndCopiesKeepIt) {
   // The first edge values pin the engine's working size.
   EXPECT_EQ(hexText(first.substr(first.find("bin\n") + 12, 16)),
             "3D 4B 1B 81 3C 07 67 AB 3C 87 67 AB 3C 87 67 AB");
-  EXPECT_EQ(assigned.getFeatureVersion(), "V6");
   EXPECT_EQ(streamOf(GeneratedPhoto(300, 200, 3, 13).extractWith(extractor)), first);
   const CFIDContainer& current =
       extractor.extract(photo.bgr.data(), photo.width, photo.height, photo.lineStep, 7, 9);
@@ -62,36 +58,28 @@ TEST(CFIDExtractorTest, SignatureIgnoresOverloadAndLinePaddingAndCopiesKeepIt) {
 
   GeneratedPhoto(300, 200, 5).extractWith(extractor);
   EXPECT_NE(streamOf(current), first);  // the reference shows the newest photo
-  EXPECT_EQ(streamOf(copy), first);
-  EXPECT_EQ(streamOf(assigned), first);
+  EXPECT_EQ(streamOf(copy) + streamOf(assigned), first + first);
 }
 
 TEST(CFIDExtractorTest, ReadsSignatureStreamsAndBadStreamsEmptyTheContainer) {
   CFIDExtractor extractor(1);
-  const std::string written = streamOf(GeneratedPhoto(256, 256, 4).extractWith(extractor));
+  std::istringstream in(streamOf(GeneratedPhoto(256, 256, 4).extractWith(extractor)));
   CFIDContainer restored;
-  std::istringstream in(written);
   EXPECT_EQ(&restored.read(in), &in);
   EXPECT_EQ(restored.getFeatureVersion(), "V6");
-
-  std::istringstream garbage(std::string(40, '\x07'));
-  EXPECT_NE(thrownText([&] { restored.read(garbage); }), "");
-  EXPECT_EQ(thrownText([&] { restored.getFeatureVersion(); }), "FID Container is empty");
-  std::istringstream atEnd("");
-  atEnd.get();  // sets the end-of-file bit before the read
-  EXPECT_THAT(thrownText([&] { restored.read(atEnd); }),
+  in.get();  // sets the end-of-file bit before the next read
+  EXPECT_THAT(thrownText([&] { restored.read(in); }),
               HasSubstr("no audio signature found in istream (EOF)"));
+  EXPECT_EQ(thrownText([&] { restored.getFeatureVersion(); }), "FID Container is empty");
 }
 
 TEST(CFIDExtractorTest, AFeatureWhoseQuantBlockHasSpareBytesReadsButCannotBeWritten) {
-  // One "FeatObj" frame: "ASE", id 7, a Quant block of one linear entry and two spare bytes,
-  // a 2 by 2 byte matrix.
+  // "ASE", id 7: a Quant block of one linear entry and two spare bytes, a 2 by 2 byte matrix.
   std::istringstream in(hexString(
       "4f52564600000005 51 00 4d455441 4b 07 466561744f626a 42 0002 0007 03 415345 04 75636872"
       "05 5175616e74 00000016 0001 01 00000000 3f800000 0002 0100 00 eeee"
       "03 4d41540a 75636872 62696e0a 00000002 00000002 00 80 ff 40"));
   CFIDContainer container;
   container.read(in);
-  std::ostringstream out;
-  EXPECT_EQ(thrownText([&] { container.write(out); }), "Unknown Error");
+  EXPECT_EQ(thrownText([&] { streamOf(container); }), "Unknown Error");
 }
