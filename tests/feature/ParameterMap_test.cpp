@@ -2,10 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "tests/support/HexBytes.h"
-#include "tests/support/ThrownText.h"
 
 namespace {
 
@@ -34,7 +31,6 @@ TEST(ParameterMapTest, WritesGoldenInKeyOrderAndReadsItBack) {
   texts.Set("x", "");
   texts.Set("msPerRow", "30");
   EXPECT_EQ(hexText(Write(texts)), hexText(hexBytes(kTextMap)));
-  EXPECT_EQ(ParameterMap<std::string>().GetStreamSize(), 0u);
 
   ASSERT_EQ(Read(numbers, hexBytes(kUintMap) + hexBytes("ffff"), 2), 13u);
   EXPECT_EQ(Write(numbers), hexBytes(kUintMap));
@@ -60,29 +56,6 @@ TEST(ParameterMapTest, ReadingQuirks) {
             21u);
   EXPECT_EQ(numbers["a"], 7u);
   EXPECT_EQ(numbers.size(), 1u);
-}
-
-TEST(ParameterMapTest, EveryCutStreamFailsWithTheFormatError) {
-  const Bytes lengthByteTooShort = hexBytes("03 696e74 01 01 61 02 0000");
-  for (const Bytes& whole : {hexBytes(kUintMap), lengthByteTooShort}) {
-    const size_t last = whole == lengthByteTooShort ? whole.size() : whole.size() - 1;
-    for (size_t n = 0; n <= last; ++n) {
-      SCOPED_TRACE(n);
-      ParameterMap<unsigned int> map;
-      EXPECT_EQ(thrownText([&] { Read(map, Bytes(whole.begin(), whole.begin() + n), 2); }),
-                "CFeatureObject: format error in input stream");
-    }
-  }
-}
-
-TEST(ParameterMapTest, PrintsHeaderAndOneTabbedLinePerEntry) {
-  ParameterMap<unsigned int> numbers;
-  std::ostringstream out;
-  numbers.Print(out);  // nothing, not even the header
-  numbers.Set("uf", 4000);
-  numbers.Set("lf", 250);
-  numbers.Print(out);
-  EXPECT_EQ(out.str(), "Parameter map <int>:\n\tlf\t = 250\n\tuf\t = 4000\n");
 }
 
 }  // namespace

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "feature/FeatureObjException.h"
-#include "tests/support/ExpectVEXL.h"
 #include "tests/support/HexBytes.h"
 #include "tests/support/ThrownText.h"
 
@@ -28,11 +26,7 @@ TEST(QuantBlockTest, ParsesEveryQuantiserTypeOfTheGoldenBlock) {
   ASSERT_EQ(module.GetQuantizerCount(), 4u);
   EXPECT_EQ(module.GetTotalColumns(), 5u);
   for (uint32_t i = 0; i < 4; ++i) EXPECT_EQ(module.GetQuantizerType(i), static_cast<int>(i + 1));
-  const CQuant& log = *module.m_quantizers[1];
-  EXPECT_TRUE(log.m_min == -9.0f && log.m_max == -1.0f && log.m_levels == 256 && log.m_exactMin);
-  EXPECT_EQ(module.m_quantizers[2]->m_levels, 16);
-  EXPECT_EQ(module.m_quantizers[3]->GetRisingAtOne(), 1.0f);
-
+  // Each quantiser's settings show in its byte.
   float row[5] = {0.5f, 1.0f, 1e-5f, 0.5f, 5.0f};
   const HeapVector<unsigned char>& bytes = module.QuantizeRow(BaseVector<float>(row, 5));
   EXPECT_EQ(hexText(Bytes(bytes.m_data, bytes.m_data + 5)), hexText(hexBytes("80ff7f0780")));
@@ -48,11 +42,10 @@ TEST(QuantBlockTest, EmptyBlockAndFailures) {
   EXPECT_THROW(Parse(hexBytes("00000014 0001 01 00000000 3f800000 0001 0000 00"), &module), int);
   const Bytes block = hexBytes(kBlock);
   for (size_t n = 0; n < block.size(); ++n) {
-    SCOPED_TRACE(n);
     CQuantModule<float> cut(5);
-    const Bytes prefix(block.begin(), block.begin() + n);
-    EXPECT_EQ(thrownText([&] { Parse(prefix, &cut); }),
-              "CFeatureObject: format error in input stream");
+    EXPECT_EQ(thrownText([&] { Parse(Bytes(block.begin(), block.begin() + n), &cut); }),
+              "CFeatureObject: format error in input stream")
+        << n;
   }
 }
 
