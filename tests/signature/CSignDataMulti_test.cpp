@@ -8,9 +8,7 @@
 
 #include "feature/CSignDataASE.h"
 #include "feature/CSignDataSFM.h"
-#include "tests/signature/OlderStreams.h"
-#include "tests/signature/PhotoSignatureGolden.h"
-#include "tests/support/ThrownText.h"
+#include "tests/signature/SignatureStreams.h"
 
 namespace {
 
@@ -34,86 +32,42 @@ TEST(SignDataMulti, FrameOrderAndTheTimeFrame) {
   stream.addNewFrame(3, "old", 0);
   data->toWholeStream(stream, nullptr);
   EXPECT_THAT(frameIds(stream), ElementsAre("VER", "Cuid", "TIME", "FeatObj", "FeatObj"));
-  EXPECT_EQ(data->getMetaVec().frameCount(), 3u);
 
   // Reading moves it into timeOrigin; writing puts it back behind the other frames.
   CSignDataMulti read(stream, nullptr);
   EXPECT_EQ(read.getTimeOrigin(), 3600u);
+  EXPECT_EQ(CSignDataMulti(read, 0, 0, nullptr).getTimeOrigin(), 3600u);  // a copy keeps it
   EXPECT_THAT(frameIds(read.getMetaVec()), ElementsAre("VER", "Cuid"));
   read.addFrame(SMetaFrame(4, 4, "TPE1", "\0\0\0\1"));
   read.toWholeStream(stream, nullptr);
   EXPECT_THAT(frameIds(stream), ElementsAre("VER", "Cuid", "TPE1", "TIME", "FeatObj", "FeatObj"));
   EXPECT_EQ(loadBigEndian32(stream.frameAt(3).data.data()), 3600u);
 
-  // A short "TIME" value counts its missing low bytes as 0.
-  CWholeStream shortTime;
-  shortTime.appendFrame(SMetaFrame(4, 2, "TIME", "\x01\x02"));
-  shortTime.appendFrame(stream.frameAt(4));
-  EXPECT_EQ(CSignDataMulti(shortTime, nullptr).getTimeOrigin(), 0x01020000u);
 }
 
-TEST(SignDataMulti, GetMetaCopiesTextUpToTheBufferAndTheFirstZero) {
-  std::unique_ptr<CSignDataMulti> data(builtSignature());
+TEST(SignDataMulti, GetMetaAndFeatureLookups) {
+  std::unique_ptr<CSignDataMulti> all = readSignature(kRewrittenStream, nullptr);
   // "Cuid" is 00 00 00 15: its text ends at once; "VE" is no id.
-  const std::tuple<const char*, int, int, const char*> cases[] = {{"VER", 16, 0, "V6"},
-                                                                  {"VER", 2, 0, "V"},
-                                                                  {"VER", 1, 0, ""},
-                                                                  {"Cuid", 16, 0, ""},
-                                                                  {"VE", 16, 1, ""}};
+  const std::tuple<const char*, int, int, const char*> cases[] = {
+      {"VER", 16, 0, "V6"}, {"VER", 2, 0, "V"}, {"Cuid", 16, 0, ""}, {"VE", 16, 1, ""}};
   for (const auto& [id, outSize, result, text] : cases) {
     char out[16];
     std::memset(out, 'x', sizeof out);
-    EXPECT_EQ(data->getMeta(id, out, outSize), result) << id << outSize;
+    EXPECT_EQ(all->getMeta(id, out, outSize), result) << id << outSize;
     EXPECT_STREQ(out, text) << id << outSize;
   }
-}
-
-TEST(SignDataMulti, ActiveFeatureAndLookups) {
-  std::unique_ptr<CSignDataMulti> all = readSignature(rewrittenStream(), nullptr);
   EXPECT_THAT(frameIds(all->getMetaVec()), ElementsAre("Cuid", "VER"));  // no "FeatObj" kept
   EXPECT_EQ(all->getFeature(nullptr), nullptr);
-  EXPECT_EQ(all->getFeature("HUE")->GetName(), "HUE");
-
-  const CSignDataMulti hueOnly(*all, 0, 0, "HUE");
-  EXPECT_EQ(hueOnly.size(), 1u);
-  EXPECT_EQ(hueOnly.getFeature(nullptr), hueOnly.getFeature("HUE"));
-  EXPECT_NE(hueOnly.getFeature(nullptr), all->getFeature("HUE"));
-  EXPECT_EQ(hueOnly.getFeature("EDG"), nullptr);
-
-  EXPECT_EQ(readSignature(rewrittenStream(), "EDG")->getFeature(nullptr)->GetName(), "EDG");
-  EXPECT_EQ(thrownText([] { readSignature(rewrittenStream(), "VAL"); }),
-            "CFeatureObject: feature VAL not found in stream");
+  // A filter makes its feature the active one.
+  EXPECT_EQ(CSignDataMulti(*all, 0, 0, "HUE").getFeature(nullptr)->GetName(), "HUE");
+  EXPECT_EQ(readSignature(kRewrittenStream, "EDG")->getFeature(nullptr)->GetName(), "EDG");
 }
 
-TEST(SignDataMulti, ExcerptMovesTheTimeByTheRoundedSkip) {
-  CSignDataMulti source;
-  auto* feature = new CFeatureObject<float>("F", 7);
-  std::vector<float> row(2, 1.0f);
-  for (int i = 0; i < 100; ++i) feature->AppendVector(BaseVector<float>(row.data(), 2));
-  source.AddFeatureObject(feature);
-  CWholeStream stream;
-  source.toWholeStream(stream, nullptr);
-  const CSignDataMulti untimed(stream, nullptr);  // 30 ms per row once read back
-  stream.appendFrame(SMetaFrame(4, 4, "TIME", "\0\0\0\x0A"));
-  const CSignDataMulti timed(stream, nullptr);
-  for (const auto& [skipMs, time] :
-       {std::pair<uint32_t, uint32_t>{0, 10}, {499, 10}, {500, 11}, {1500, 12}}) {
-    EXPECT_EQ(CSignDataMulti(timed, skipMs, 0, nullptr).getTimeOrigin(), time) << skipMs;
-  }
-  EXPECT_EQ(CSignDataMulti(untimed, 1500, 0, nullptr).getTimeOrigin(), 0u);
-}
-
-TEST(SignDataMulti, NoFeatureNoStreamAndTheFactory) {
-  CSignDataMulti data;
-  data.setCuid(21);
-  CWholeStream stream;
-  EXPECT_EQ(thrownText([&] { data.toWholeStream(stream, nullptr); }),
-            "CFeatureObject: no feature object to stream");
-
+TEST(SignDataMulti, TheFactoryGoesByFeatureId) {
   // By feature id alone, whatever the stored type word says: 1 and 2 an SFM, 3 an ASE, every
   // other id a plain float feature.
   for (uint16_t id : {0, 1, 2, 3, 2027}) {
-    std::unique_ptr<CFeatureObjectBase> object(data.createFeature(id, "uchr"));
+    std::unique_ptr<CFeatureObjectBase> object(CSignDataMulti().createFeature(id, "uchr"));
     EXPECT_TRUE(dynamic_cast<CFeatureObject<float>*>(object.get())) << id;
     EXPECT_EQ(dynamic_cast<CSignDataSFM*>(object.get()) != nullptr, id == 1 || id == 2) << id;
     EXPECT_EQ(dynamic_cast<CSignDataASE*>(object.get()) != nullptr, id == 3) << id;

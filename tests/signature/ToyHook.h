@@ -1,10 +1,9 @@
 // A signing hook for tests only: the "signature" is the 32-bit FNV-1a digest of everything fed
-// to it, big-endian. Each answer can be forced to reach every branch of the reader and writer.
+// to it, big-endian. Its keys can be changed to reach the branches of the reader and writer.
 #ifndef ORVANE_TESTS_SIGNATURE_TOYHOOK_H_
 #define ORVANE_TESTS_SIGNATURE_TOYHOOK_H_
 
 #include <string>
-#include <vector>
 
 #include "signature/CSignatureHook.h"
 #include "vexl/ByteOrder.h"
@@ -18,29 +17,28 @@ class ToyHook : public CSignatureHook {
     return hook.digestBytes();
   }
   int hasSigningKey() override { return signingKeyLoaded; }
-  int hasVerificationKey() override { return verificationKeyLoaded; }
+  int hasVerificationKey() override { return !verificationKey.empty(); }
   int getEncryptionKey(const unsigned char** bytes) override { return give(encryptionKey, bytes); }
   int getVerificationKey(const unsigned char** bytes) override {
-    const size_t call = verificationKeyCalls++;
-    const int length = give(verificationKey, bytes);
-    return call < verificationKeyAnswers.size() ? verificationKeyAnswers[call] : length;
+    return give(verificationKey, bytes);
   }
-  int signInit() override { return (digest = kBasis, signInitResult); }
+  int signInit() override { return verifyInit(); }
   int signUpdate(const void* data, unsigned n) override { return feed(data, n); }
   int signFinal(const unsigned char** bytes, unsigned* length) override {
     *length = static_cast<unsigned>(give(out = digestBytes(), bytes));
-    return signFinalResult;
+    return 0;
   }
-  int verifyInit() override { return (digest = kBasis, verifyInitResult); }
+  int verifyInit() override {
+    digest = kBasis;
+    return 0;
+  }
   int verifyUpdate(const void* data, unsigned n) override { return feed(data, n); }
   int verifyFinal(const void* signature, unsigned n) override {
     return std::string(static_cast<const char*>(signature), n) == digestBytes() ? 0 : 1;
   }
 
   std::string encryptionKey = "key1", verificationKey = "key1";
-  int signingKeyLoaded = 1, verificationKeyLoaded = 1;
-  int signInitResult = 0, signFinalResult = 0, verifyInitResult = 0;
-  std::vector<int> verificationKeyAnswers;  // forced lengths, one per call; then the key's
+  int signingKeyLoaded = 1;
 
  private:
   static int give(const std::string& bytes, const unsigned char** out) {
@@ -59,7 +57,6 @@ class ToyHook : public CSignatureHook {
   }
   static constexpr uint32_t kBasis = 0x811C9DC5u;
   uint32_t digest = kBasis;
-  size_t verificationKeyCalls = 0;
   std::string out;
 };
 
