@@ -42,6 +42,11 @@ TEST(SignDataMulti, FrameOrderAndTheTimeFrame) {
   read.toWholeStream(stream, nullptr);
   EXPECT_THAT(frameIds(stream), ElementsAre("VER", "Cuid", "TPE1", "TIME", "FeatObj", "FeatObj"));
   EXPECT_EQ(loadBigEndian32(stream.frameAt(3).data.data()), 3600u);
+  // A "TIME" frame first, shorter than 4 bytes: its missing low bytes count as 0.
+  CWholeStream shortTime;
+  shortTime.appendFrame(SMetaFrame(4, 2, "TIME", "\x01\x02"));
+  shortTime.appendFrame(stream.frameAt(4));
+  EXPECT_EQ(CSignDataMulti(shortTime, nullptr).getTimeOrigin(), 0x01020000u);
 
 }
 

@@ -17,7 +17,7 @@ class ToyHook : public CSignatureHook {
     return hook.digestBytes();
   }
   int hasSigningKey() override { return signingKeyLoaded; }
-  int hasVerificationKey() override { return !verificationKey.empty(); }
+  int hasVerificationKey() override { return verificationKeyLoaded; }
   int getEncryptionKey(const unsigned char** bytes) override { return give(encryptionKey, bytes); }
   int getVerificationKey(const unsigned char** bytes) override {
     return give(verificationKey, bytes);
@@ -38,7 +38,7 @@ class ToyHook : public CSignatureHook {
   }
 
   std::string encryptionKey = "key1", verificationKey = "key1";
-  int signingKeyLoaded = 1;
+  int signingKeyLoaded = 1, verificationKeyLoaded = 1;
 
  private:
   static int give(const std::string& bytes, const unsigned char** out) {
