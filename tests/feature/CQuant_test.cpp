@@ -87,13 +87,14 @@ TEST(CQuantPolynomialTest, CoefficientsAndMonotonyCheck) {
   EXPECT_EQ(CQuant(0.0f, 1.0f, 2, false).GetRisingAtOne(), 1.0f);
   // A double root of the slope at an edge (3, 0 and 0, 3) or inside (3, 3: a flat inflection
   // at 0.5) is accepted.
-  const std::tuple<float, float, const char*> slopes[] = {
+  const struct { float atZero, atOne; const char* text; } slopes[] = {
       {5.0f, 0.0f, "polynomial doesn't rise in all points between 0 and 1"},
       {1.0f, -0.1f, "rising must be greater or equal zero"},
       {3.0f, 0.0f, ""}, {0.0f, 3.0f, ""}, {3.0f, 3.0f, ""}};
-  for (const auto& [atZero, atOne, text] : slopes) {
-    EXPECT_EQ(thrownText([&] { CQuant_polynomial(0.0f, 1.0f, 256, false, atZero, atOne); }), text)
-        << atZero << " " << atOne;
+  for (const auto& c : slopes) {
+    EXPECT_EQ(thrownText([&] { CQuant_polynomial(0.0f, 1.0f, 256, false, c.atZero, c.atOne); }),
+              c.text)
+        << c.atZero << " " << c.atOne;
   }
 }
 
