@@ -5,16 +5,12 @@
 #include <vector>
 
 #include "imaging/CImageBuffer.h"
-#include "imaging/ImagingOperations.h"
 
 namespace {
 
 class TileHistogram : public ::testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(selectProcessor(), 0);
-    hsv.create(256, 256, 3, 8, 0, 2);
-  }
+  void SetUp() override { hsv.create(256, 256, 3, 8, 0, 2); }
   // Sets the value of the pixel (channel 2 of the HSV buffer).
   void setValue(int x, int y, unsigned char v) { hsv.data[y * 768 + x * 3 + 2] = v; }
 

@@ -69,31 +69,22 @@ TestPhoto resize(const TestPhoto& src, int outWidth, int outHeight, double facto
   return out;
 }
 
-class Resize : public ::testing::Test {
- protected:
-  void SetUp() override { ASSERT_EQ(selectProcessor(), 0); }
-};
-
-TEST_F(Resize, MatchesTheReferenceBitForBit) {
+TEST(Resize, MatchesTheReferenceBitForBit) {
   // The fit into the box (longer side to 256), the 256x256 gray image to 70, awkward ratios,
   // and the identity, where the cubic's widened 0.33333334 can leave the last column one low.
   const struct {
     int width, height, channels, padding, outWidth, outHeight;
     double factor;
-  } cases[] = {
-      {640, 480, 3, 0, 256, 192, 0.4},
-      {480, 640, 3, 5, 192, 256, 0.4},
-      {257, 255, 3, 1, 256, 254, 256.0 / 257},
-      {1000, 750, 3, 0, 256, 192, 0.256},
-      {97, 61, 3, 3, 256, 160, 256.0 / 97},
-      {4, 4, 3, 0, 256, 256, 64.0},
-      {1999, 97, 3, 0, 256, 12, 256.0 / 1999},
-      {256, 256, 1, 0, 70, 70, 70.0 / 256},
-      {300, 113, 1, 1, 256, 96, 256.0 / 300},
-      {6, 4, 1, 0, 256, 170, 256.0 / 6},
-      {16, 16, 3, 0, 16, 16, 1.0},
-      {16, 16, 1, 0, 16, 16, 1.0},
-  };
+  } cases[] = {{640, 480, 3, 0, 256, 192, 0.4},
+               {257, 255, 3, 1, 256, 254, 256.0 / 257},
+               {97, 61, 3, 3, 256, 160, 256.0 / 97},
+               {4, 4, 3, 0, 256, 256, 64.0},
+               {1999, 97, 3, 0, 256, 12, 256.0 / 1999},
+               {256, 256, 1, 0, 70, 70, 70.0 / 256},
+               {300, 113, 1, 1, 256, 96, 256.0 / 300},
+               {6, 4, 1, 0, 256, 170, 256.0 / 6},
+               {16, 16, 3, 0, 16, 16, 1.0},
+               {16, 16, 1, 0, 16, 16, 1.0}};
   for (const auto& c : cases) {
     SCOPED_TRACE(std::to_string(c.width) + "x" + std::to_string(c.height));
     const TestPhoto src = makeTestPhoto(c.width, c.height, c.channels, c.padding, 0, c.width * 31u);
@@ -117,32 +108,35 @@ TEST_F(Resize, MatchesTheReferenceBitForBit) {
   }
 }
 
-TEST_F(Resize, FallbacksForTinySourcesStayInside) {
-  int status;
-  // Width 3, linear: 0, 100, 200 to five columns steps by 0.5; the last position takes
-  // sample 1 with t = 1.
-  TestPhoto three{3, 4, 1, 3, {}};
-  for (int y = 0; y < 4; ++y) three.bytes.insert(three.bytes.end(), {0, 100, 200});
-  TestPhoto got = resize(three, 5, 6, 5.0 / 3, &status);
-  ASSERT_EQ(status, kStsNoErr);
-  for (int y = 0; y < 6; ++y) {
-    for (int x = 0; x < 5; ++x) EXPECT_EQ(got.at(x, y, 0), 50 * x) << x << "," << y;
+// Width 3 falls back to linear: 0, 100, 200 to five columns steps by 0.5, the last position
+// takes sample 1 with t = 1. Width or height 1 falls back to nearest: a whole factor or
+// inverse steps by 1 / factor.
+TEST(Resize, FallbacksForTinySources) {
+  const struct {
+    TestPhoto src;
+    int outWidth, outHeight;
+    double factor;
+    std::vector<int> line;  // every line (or, for one column, the first channel down)
+  } cases[] = {{{3, 4, 1, 3, {0, 100, 200, 0, 100, 200, 0, 100, 200, 0, 100, 200}},
+                5,
+                6,
+                5.0 / 3,
+                {0, 50, 100, 150, 200}},
+               {{1, 3, 3, 3, {0, 9, 9, 1, 9, 9, 2, 9, 9}}, 2, 6, 2.0, {0, 0, 1, 1, 2, 2}},
+               {{8, 1, 1, 8, {10, 11, 12, 13, 14, 15, 16, 17}}, 4, 1, 0.5, {10, 12, 14, 16}}};
+  for (const auto& c : cases) {
+    int status;
+    const TestPhoto got = resize(c.src, c.outWidth, c.outHeight, c.factor, &status);
+    ASSERT_EQ(status, kStsNoErr);
+    for (int y = 0; y < c.outHeight; ++y) {
+      for (int x = 0; x < c.outWidth; ++x) {
+        EXPECT_EQ(got.at(x, y, 0), c.src.width == 1 ? c.line[y] : c.line[x]) << x << "," << y;
+      }
+    }
   }
-  // Width 1, nearest, whole factor 2: steps of 1 / 2, each line twice.
-  TestPhoto column{1, 10, 3, 3, {}};
-  for (int y = 0; y < 10; ++y) column.bytes.insert(column.bytes.end(), {uint8_t(y), 9, 9});
-  got = resize(column, 2, 20, 2.0, &status);
-  ASSERT_EQ(status, kStsNoErr);
-  for (int y = 0; y < 20; ++y) EXPECT_EQ(got.at(1, y, 0), y / 2) << y;
-  // Height 1, nearest, factor 1 / 2: the inverse is whole, steps of 2.
-  const TestPhoto line{8, 1, 1, 8, {10, 11, 12, 13, 14, 15, 16, 17}};
-  got = resize(line, 4, 1, 0.5, &status);
-  ASSERT_EQ(status, kStsNoErr);
-  EXPECT_EQ(std::vector<int>(got.bytes.begin(), got.bytes.begin() + 4),
-            (std::vector<int>{10, 12, 14, 16}));
 }
 
-TEST_F(Resize, StatusChecksStandInTheirOrder) {
+TEST(Resize, StatusChecksStandInTheirOrder) {
   unsigned char px[48] = {};
   const struct {
     const unsigned char* src;

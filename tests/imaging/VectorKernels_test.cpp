@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -16,6 +15,7 @@
 #include "imaging/CExtractorEngine.h"
 #include "imaging/ImagingOperations.h"
 #include "tests/imaging/TestPhoto.h"
+#include "tests/support/ThrownText.h"
 
 namespace {
 
@@ -28,7 +28,7 @@ class VectorColumn : public ::testing::Test {
     columns = vectorColumns();
     if (columns.empty()) GTEST_SKIP() << "no vectorised column on this processor";
   }
-  // Leaves the slots as selectProcessor filled them.
+  // Back to the slots as selectProcessor filled them.
   void TearDown() override {
     if (!columns.empty()) useColumn(*columns.front());
   }
@@ -78,9 +78,10 @@ void expectSameBits(const std::string& what, size_t size, const Operation& run) 
 TEST_F(VectorColumn, EveryOperationOnAwkwardShapes) {
   const int sizes[] = {1, 2, 3, 4, 5, 7, 15, 16, 17, 33, 255, 257};
   const int order[3] = {2, 0, 1};
-  // The colour tiles' levels, odd ones whose clamps cut bins away, and five levels to count.
-  const int counts[3][3] = {{17, 5, 5}, {9, 32, 2}, {6, 6, 6}};
-  const int lower[3][3] = {{0, 0, 0}, {-3, 0, 10}, {0, 0, 0}};
+  // The colour tiles' levels, odd ones whose clamps cut bins away, and levels from 1, which
+  // fill the kernel's groups of 8 but the last.
+  const int counts[3][3] = {{17, 5, 5}, {9, 32, 2}, {17, 6, 6}};
+  const int lower[3][3] = {{0, 0, 0}, {-3, 0, 10}, {1, 0, 0}};
   const int upper[3][3] = {{255, 255, 255}, {260, 255, 11}, {255, 255, 255}};
   int index = 0;
   for (int width : sizes) {
@@ -94,11 +95,9 @@ TEST_F(VectorColumn, EveryOperationOnAwkwardShapes) {
       const unsigned char* const src = rgb.bytes.data();
       const int step = width * 3 + 3;
       const size_t out = static_cast<size_t>(step) * height;
-      expectSameBits("gray " + shape, out, [&](const auto& c, auto* d) {
-        return c.rgbToGray(src, rgb.step, d, step, width, height);
-      });
-      expectSameBits("hsv " + shape, out, [&](const auto& c, auto* d) {
-        return c.rgbToHsv(src, rgb.step, d, step, width, height);
+      expectSameBits("gray, hsv " + shape, 2 * out, [&](const auto& c, auto* d) {
+        return 1000 * c.rgbToGray(src, rgb.step, d, step, width, height) +
+               c.rgbToHsv(src, rgb.step, d + out, step, width, height);
       });
       expectSameBits("swap " + shape, rgb.bytes.size(), [&](const auto& c, auto* d) {
         std::memcpy(d, src, rgb.bytes.size());
@@ -123,34 +122,25 @@ TEST_F(VectorColumn, EveryOperationOnAwkwardShapes) {
       for (double factor : {256.0 / std::max(width, height), 70.0 / std::min(width, height), 1.7}) {
         const int w = std::min(300, static_cast<int>(width * factor));
         const int h = std::min(300, static_cast<int>(height * factor));
-        const std::string scale = shape + " factor " + std::to_string(factor);
-        expectSameBits("resize3 " + scale, 905 * 300, [&](const auto& c, auto* d) {
-          return c.resize3(src, width, height, rgb.step, 0, 0, width, height, d, 905, w, h, factor,
-                           factor, kInterCubic);
-        });
-        expectSameBits("resize1 " + scale, 905 * 300, [&](const auto& c, auto* d) {
-          return c.resize1(gray.bytes.data(), width, height, gray.step, 0, 0, width, height, d, 303,
-                           w, h, factor, factor, kInterCubic);
-        });
+        expectSameBits(shape + " factor " + std::to_string(factor), 2 * 905 * 300,
+                       [&](const auto& c, auto* d) {
+                         return 1000 * c.resize3(src, width, height, rgb.step, 0, 0, width, height,
+                                                 d, 905, w, h, factor, factor, kInterCubic) +
+                                c.resize1(gray.bytes.data(), width, height, gray.step, 0, 0, width,
+                                          height, d + 905 * 300, 303, w, h, factor, factor,
+                                          kInterCubic);
+                       });
       }
     }
   }
 }
 
-// The tile values of the last run, as bytes.
-std::vector<unsigned char> vectorBytes(const CExtractorEngine& engine) {
-  const unsigned char* b = reinterpret_cast<const unsigned char*>(&engine.buffers);
-  return std::vector<unsigned char>(b, b + sizeof engine.buffers);
-}
-
 // One engine per column, fed the same photos in the same order: flat photos take the
 // enlargement path, which reads what earlier photos left in the gray image.
 TEST_F(VectorColumn, ExtractionRunsGiveTheSameVectors) {
-  const struct {
-    int width, height, padding, kind;
-  } photos[] = {{640, 480, 0, 0}, {300, 40, 1, 0},    {1000, 17, 3, 1},   {257, 255, 2, 2},
-                {33, 77, 5, 0},   {7, 300, 1, 1},     {4000, 3000, 0, 1}, {255, 5, 4, 2},
-                {16, 16, 0, 3},   {1920, 1080, 7, 2}, {17, 257, 3, 0},    {640, 480, 1, 3}};
+  const int photos[][4] = {{640, 480, 0, 0},   {300, 40, 1, 0}, {1000, 17, 3, 1}, {257, 255, 2, 2},
+                           {33, 77, 5, 0},     {7, 300, 1, 1},  {255, 5, 4, 2},   {16, 16, 0, 3},
+                           {1920, 1080, 7, 2}, {17, 257, 3, 0}};
   std::vector<const SImagingColumn*> all = columns;
   all.insert(all.begin(), &generic);
   std::vector<std::unique_ptr<CExtractorEngine>> engines;
@@ -159,22 +149,17 @@ TEST_F(VectorColumn, ExtractionRunsGiveTheSameVectors) {
     engines.emplace_back(new CExtractorEngine(256, 256));
   }
   for (const auto& p : photos) {
-    SCOPED_TRACE(std::to_string(p.width) + "x" + std::to_string(p.height));
-    const TestPhoto photo = makeTestPhoto(p.width, p.height, 3, p.padding, p.kind, p.width * 31u);
-    std::vector<std::string> failures(all.size());
+    SCOPED_TRACE(std::to_string(p[0]) + "x" + std::to_string(p[1]));
+    const TestPhoto photo = makeTestPhoto(p[0], p[1], 3, p[2], p[3], p[0] * 31u);
+    std::vector<std::string> results;
     for (size_t e = 0; e < all.size(); ++e) {
       useColumn(*all[e]);
-      try {
-        engines[e]->run(photo.bytes.data(), p.width, p.height, photo.step);
-      } catch (const std::string& text) {
-        failures[e] = text;
-      }
+      const std::string failure =
+          thrownText([&] { engines[e]->run(photo.bytes.data(), p[0], p[1], photo.step); });
+      const char* vectors = reinterpret_cast<const char*>(&engines[e]->buffers);
+      results.push_back(failure + std::string(vectors, sizeof engines[e]->buffers));
     }
-    for (size_t e = 1; e < all.size(); ++e) {
-      SCOPED_TRACE(all[e]->name);
-      EXPECT_EQ(failures[e], failures[0]);
-      EXPECT_EQ(vectorBytes(*engines[e]), vectorBytes(*engines[0]));
-    }
+    for (size_t e = 1; e < all.size(); ++e) EXPECT_TRUE(results[e] == results[0]) << all[e]->name;
   }
 }
 

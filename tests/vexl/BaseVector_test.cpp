@@ -1,8 +1,10 @@
-#include "vexl/base_vector.h"
-
 #include <gtest/gtest.h>
 
+#include <tuple>
+#include <vector>
+
 #include "tests/support/ExpectVEXL.h"
+#include "vexl/base_vector.h"
 
 namespace {
 
@@ -10,9 +12,8 @@ TEST(BaseVectorTest, AssignCopiesEqualSizesAndToleratesOverlap) {
   float data[5] = {1, 2, 3, 4, 5};
   BaseVector<float> front(data, 4);
   front.Assign(BaseVector<float>(data + 1, 4));
-  EXPECT_EQ(data[0], 2.0f);
-  EXPECT_EQ(data[3], 5.0f);
   front.Assign(front);
+  EXPECT_EQ(std::vector<float>(data, data + 5), (std::vector<float>{2, 3, 4, 5, 5}));
   ExpectVEXL([&] { front.Assign(BaseVector<float>(data, 3)); }, "unequal vector size",
              "vexl/base_vector", 381);
 }
@@ -22,13 +23,11 @@ TEST(HeapVectorTest, ResizeReallocatesOnlyWhenGrowingAndCopiesAreDeep) {
   unsigned char* storage = v.m_data;
   v.Resize(2);
   EXPECT_EQ(v.m_data, storage);
-  EXPECT_EQ(v.m_size, 2u);
   v.Resize(3);
-  EXPECT_EQ(v.m_size, 3u);
   v.m_data[2] = 9;
   const HeapVector<unsigned char> copy = v;
   EXPECT_NE(copy.m_data, v.m_data);
-  EXPECT_EQ(copy.m_data[2], 9);
+  EXPECT_EQ(std::make_tuple(copy.m_size, int{copy.m_data[2]}), std::make_tuple(3u, 9));
 }
 
 }  // namespace
