@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -13,15 +14,10 @@ namespace {
 
 class EdgeHistogram : public ::testing::Test {
  protected:
+  // A black 256x256 gray image; `bright` sets a w by h rectangle at (x, y) to 200.
   void SetUp() override { gray.create(256, 256, 1, 8, 0, 2); }
-  // Fills the gray buffer with f(x, y) and sets its region.
-  template <typename F>
-  void paint(int roiWidth, int roiHeight, F f) {
-    for (int y = 0; y < 256; ++y) {
-      for (int x = 0; x < 256; ++x) gray.data[y * 256 + x] = static_cast<unsigned char>(f(x, y));
-    }
-    gray.roiWidth = roiWidth;
-    gray.roiHeight = roiHeight;
+  void bright(int x, int y, int w, int h) {
+    for (int row = y; row < y + h; ++row) std::fill_n(gray.data + row * 256 + x, w, 200);
   }
 
   CImageBuffer gray;
@@ -82,13 +78,9 @@ TEST(CEdgeHistogramRules, ClassifiesByStrongestResponse) {
 // 10 and 10 of them, so a cell holds 121, 110 or 100 blocks. One edge block at the top-left
 // of every cell shows the count as 1 / count.
 TEST_F(EdgeHistogram, CellsHoldDifferentNumbersOfBlocks) {
-  const auto atCellStart = [](int v, int size) {
-    for (int start : {0, 66, 132, 192}) {
-      if (v >= start && v < start + size) return true;
-    }
-    return false;
-  };
-  paint(256, 256, [&](int x, int y) { return atCellStart(x, 3) && atCellStart(y, 6) ? 200 : 0; });
+  for (int y : {0, 66, 132, 192}) {
+    for (int x : {0, 66, 132, 192}) bright(x, y, 3, 6);
+  }
   ASSERT_EQ(edge.compute(gray, out), 96);
   EXPECT_EQ(edge.edgeImage.data, gray.data);  // scanned in place
   const int counts[4] = {11, 11, 10, 10};
@@ -104,8 +96,9 @@ TEST_F(EdgeHistogram, CellsHoldDifferentNumbersOfBlocks) {
 // is scanned with 192 bytes per scan line over 256 scan lines: the run starts scan line 128
 // (block line 126, cell 4) and ends scan line 127 at x 192 (cell 7), so two blocks see it.
 TEST_F(EdgeHistogram, LandscapeRegionIsScannedSheared) {
+  bright(0, 96, 6, 1);
   for (int roiHeight : {256, 192}) {
-    paint(256, roiHeight, [](int x, int y) { return y == 96 && x < 6 ? 200 : 0; });
+    gray.roiHeight = roiHeight;
     ASSERT_EQ(edge.compute(gray, out), 96);
     for (int cell = 0; cell < 16; ++cell) {
       const float horizontal = cell == 4                       ? 1.0f / 121
@@ -116,16 +109,11 @@ TEST_F(EdgeHistogram, LandscapeRegionIsScannedSheared) {
   }
 }
 
-// The shorter stored side becomes 70, the other follows; a target of other channels fails.
-TEST(IppiUtils, ResizeToFixedShorterSide) {
+TEST(IppiUtils, ChannelMismatchFailsWithoutTouchingTheTarget) {
   CImageBuffer source, target;
   source.create(256, 256, 1, 8, 0, 2);
   EXPECT_EQ(IppiUtils_ResizeToFixedShorterSide(source, target, 70, kInterCubic), -1);
   EXPECT_EQ(target.data, nullptr);
-  target.create(1, 1, 1, 8, 0, 2);
-  source.create(200, 100, 1, 8, 0, 2);
-  ASSERT_EQ(IppiUtils_ResizeToFixedShorterSide(source, target, 70, kInterCubic), 0);
-  EXPECT_EQ((std::vector<int>{target.roiWidth, target.roiHeight}), (std::vector<int>{70, 140}));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -35,46 +36,40 @@ std::vector<float> oneHotTiles(int edgeTiles, int colourTiles, int hue, int sat,
 }
 
 TEST(CExtractorEngine, UniformPhotosGiveOneBinPerTile) {
-  const struct {
-    int width, height;
-    unsigned char b, g, r;
-    int hueBin, satBin, valBin;  // -1: the value 255 falls into no bin
-    int roiWidth, roiHeight;     // the photo in the working box
-  } cases[] = {
+  // Width, height, blue, green, red; the hue, saturation and value bins (-1: the value 255
+  // falls into no bin); the photo's region in the working box.
+  const int cases[][10] = {
       {640, 480, 77, 77, 77, 0, 0, 1, 256, 192},     {480, 640, 77, 77, 77, 0, 0, 1, 192, 256},
       {256, 256, 255, 255, 255, 0, 0, -1, 256, 256}, {100, 50, 0, 0, 0, 0, 0, 0, 256, 128},
       {1, 1, 255, 0, 0, 10, -1, -1, 256, 256},    // H 170, nearest
       {33, 77, 150, 120, 0, 8, -1, 2, 109, 256},  // RGB 0,120,150: H 135
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(std::to_string(c.width) + "x" + std::to_string(c.height));
+    SCOPED_TRACE(std::to_string(c[0]) + "x" + std::to_string(c[1]));
     CExtractorEngine engine(256, 256);
     std::vector<unsigned char> photo;
-    for (int i = 0; i < c.width * c.height; ++i) photo.insert(photo.end(), {c.b, c.g, c.r});
-    engine.run(photo.data(), c.width, c.height, c.width * 3);
+    for (int k = 0; k < 3 * c[0] * c[1]; ++k) photo.push_back(static_cast<uint8_t>(c[2 + k % 3]));
+    engine.run(photo.data(), c[0], c[1], c[0] * 3);
     const CImageBuffer& w = *engine.working;
     EXPECT_EQ((std::vector<int>{w.roiWidth, w.roiHeight, w.data[0], w.data[2]}),
-              (std::vector<int>{c.roiWidth, c.roiHeight, c.r, c.b}));
-    EXPECT_EQ(vectorsOf(engine.buffers), oneHotTiles(16, 9, c.hueBin, c.satBin, c.valBin));
+              (std::vector<int>{c[8], c[9], c[4], c[2]}));
+    EXPECT_EQ(vectorsOf(engine.buffers), oneHotTiles(16, 9, c[5], c[6], c[7]));
   }
 }
 
 TEST(CExtractorEngine, BadPhotosFailInPreprocessing) {
   const std::vector<unsigned char> photo(1000 * 3 * 3, 50);
-  const struct {
-    const unsigned char* pixels;
-    int width, height, lineStep, status;
-  } cases[] = {{nullptr, 640, 480, 1920, -8},
-               {photo.data(), 0, 3, 0, -6},
-               {photo.data(), 10, 3, -30, -14},
-               {photo.data(), 1000, 3, 3000, -6}};  // the height shrinks to 0
+  // Pixels given, width, height, line step; the status of the resize. The last: the height
+  // shrinks to 0.
+  const int cases[][5] = {
+      {0, 640, 480, 1920, -8}, {1, 0, 3, 0, -6}, {1, 10, 3, -30, -14}, {1, 1000, 3, 3000, -6}};
   CExtractorEngine engine(256, 256);
   for (const auto& c : cases) {
     ::testing::internal::CaptureStdout();
-    EXPECT_EQ(thrownText([&] { engine.run(c.pixels, c.width, c.height, c.lineStep); }),
+    EXPECT_EQ(thrownText([&] { engine.run(c[0] ? photo.data() : nullptr, c[1], c[2], c[3]); }),
               "Error preprocessing");
     EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-              "Error Preprocessing: 1. resizing" + std::to_string(c.status) + "\n");
+              "Error Preprocessing: 1. resizing" + std::to_string(c[4]) + "\n");
   }
 }
 

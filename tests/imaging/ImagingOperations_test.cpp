@@ -13,10 +13,9 @@ namespace {
 using Rgb = std::array<unsigned char, 3>;
 
 // Gray weights without rounding: 2,213,249 and 3,33,138 sit on a step, any weight one lower
-// drops 154 to 153 and any one higher lifts 35 to 36. HSV: 255,0,1 has h just below 0, which
-// wraps to 254.83 and truncates to 255, not 0; 254,127,127 gives 127.5 for S, which the
-// guard constant just below one half keeps at 127; yellow is 42.5 with the float one sixth,
-// 42.5000012, which reaches 43.
+// drops 154 to 153, any one higher lifts 35 to 36. HSV: 255,0,1 wraps h to 254.83, truncated
+// to 255; S of 254,127,127 is 127.5, kept at 127 by the guard just below one half; yellow's
+// 42.5 with the float one sixth is 42.5000012, which reaches 43.
 TEST(ImagingOperations, GrayAndHsvOfKnownColours) {
   const struct {
     Rgb rgb;
@@ -60,8 +59,6 @@ TEST(ImagingOperations, HistogramEvenLevelsAndTheLostTopValue) {
             kStsNoErr);
   EXPECT_EQ(Ints(levels[0], levels[0] + 17),
             (Ints{0, 16, 32, 48, 64, 80, 96, 112, 128, 144, 160, 176, 192, 208, 224, 240, 255}));
-  EXPECT_EQ(Ints(levels[1], levels[1] + 5), (Ints{0, 64, 128, 192, 255}));
-  EXPECT_EQ(Ints(levels[2], levels[2] + 2), (Ints{0, 255}));
   // 255 falls into no bin; 254 is in the last one.
   EXPECT_EQ(Ints(hist[0], hist[0] + 17),
             (Ints{2, 1, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2, -5}));
