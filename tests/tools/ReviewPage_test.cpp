@@ -4,41 +4,16 @@
 // choices, which `dups --apply` then carries out. Skipped where Chromium cannot start.
 #include <glib.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <chrono>
-#include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <sstream>
-#include <string>
-#include <thread>
-#include <vector>
-#include <vips/vips8>
 
-#include "tests/support/ReadFile.h"
-#include "tests/support/RunProgram.h"
+#include "tests/tools/ToolTest.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using Json = nlohmann::json;
-
-// Cloudy colours of their own for every seed.
-vips::VImage clouds(int seed, int width, int height) {
-  std::vector<vips::VImage> bands;
-  for (int band = 0; band < 3; ++band) {
-    bands.push_back(vips::VImage::perlin(
-                        width, height,
-                        vips::VImage::option()->set("cell_size", 96)->set("seed", seed * 3 + band)) *
-                        120 +
-                    128);
-  }
-  return vips::VImage::bandjoin(bands).cast(VIPS_FORMAT_UCHAR).copy(
-      vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
-}
 
 // Checks the page in a browser and writes what it found, as base64 JSON, into the DOM.
 const char kDriver[] = R"js(<script>
@@ -86,70 +61,55 @@ const char kDriver[] = R"js(<script>
 </script>
 )js";
 
-class ReviewPageTest : public ::testing::Test {
+class ReviewPageTest : public ToolTest {
  protected:
-  static void SetUpTestSuite() { ASSERT_EQ(VIPS_INIT("tools_test"), 0); }
-
-  void SetUp() override {
-    char pattern[] = "/tmp/orvane-review-test-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    dir = pattern;
-    fs::create_directories(dir / "photos" / "x<");
-  }
-  // Chromium's helper processes may still be writing into their profile for a moment.
-  void TearDown() override {
-    std::error_code error;
-    for (int i = 0; i < 50 && (fs::remove_all(dir, error), error); ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
-    EXPECT_FALSE(error) << error.message();
-  }
-
-  int tool(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), ORVANE_TOOL);
-    return runProgram(arguments, dir / "tool.out");
-  }
-
   // Chromium headless on a page from disk, with a fresh profile and nothing from the network.
   int chromium(const std::vector<std::string>& extra, const fs::path& page) {
     const fs::path profile = dir / ("browser" + std::to_string(++runs));
     fs::create_directories(profile);
-    std::vector<std::string> arguments{
-        "timeout", "-k", "5", "120", "chromium", "--headless", "--no-sandbox",
-        "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
-        "--disable-component-update", "--disable-sync",
-        "--user-data-dir=" + profile.string(), "--window-size=1280,900",
-        "--virtual-time-budget=10000"};
+    std::vector<std::string> arguments{"timeout",
+                                       "-k",
+                                       "5",
+                                       "120",
+                                       "chromium",
+                                       "--headless",
+                                       "--no-sandbox",
+                                       "--disable-gpu",
+                                       "--disable-quic",
+                                       "--no-first-run",
+                                       "--disable-background-networking",
+                                       "--disable-component-update",
+                                       "--disable-sync",
+                                       "--user-data-dir=" + profile.string(),
+                                       "--window-size=1280,900",
+                                       "--virtual-time-budget=10000"};
     arguments.insert(arguments.end(), extra.begin(), extra.end());
     arguments.push_back("file://" + page.string());
     return runProgram(arguments, dir / "chromium.out");
   }
 
-  fs::path dir;
   int runs = 0;
 };
 
 TEST_F(ReviewPageTest, BrowserShowsTheGroupsAndItsChoicesAreApplied) {
-  const fs::path photos = dir / "photos";
-  const std::string kept = (photos / "a.png").string();
+  const std::string kept = save(scene(1, 1200, 900), "a.png");
   // A name with spaces, both quotes, '<', '&', non-ASCII and, with its folder, "</script>".
+  fs::create_directories(photos / "x<");
   const std::string hostile =
-      (photos / "x<" / "script><img src=x onerror=window.pwned=1> it's \"q\" & \u00e9.png")
-          .string();
-  clouds(1, 640, 480).write_to_file(kept.c_str());
+      photo("x</script><img src=x onerror=window.pwned=1> it's \"q\" & \u00e9.png");
   fs::copy_file(kept, hostile);
-  const vips::VImage second = clouds(2, 640, 480);
-  second.write_to_file((photos / "b.png").string().c_str());
-  second.resize(0.5).write_to_file((photos / "b-small.jpg[Q=70]").string().c_str());
-  second.write_to_file((photos / "b-gone.png").string().c_str());
-  clouds(3, 640, 480).write_to_file((photos / "c.png").string().c_str());
-  const std::string library = (dir / "photos.orvane").string();
-  ASSERT_EQ(tool({"index", library, photos.string()}), 0) << readFile(dir / "tool.out");
-  fs::remove(photos / "b-gone.png");
+  const vips::VImage second = scene(6, 1200, 900);
+  save(second, "b.png");
+  save(second.resize(0.5), "b-small.jpg", "[Q=70]");
+  save(second, "b-gone.png");
+  save(scene(3, 900, 1200), "c.png");
+  index();
+  fs::remove(photo("b-gone.png"));
 
-  const fs::path page = dir / "review.html";
-  ASSERT_EQ(tool({"dups", library, "--html", page.string()}), 0) << readFile(dir / "tool.out");
-  EXPECT_THAT(readFile(dir / "tool.out"), HasSubstr("2 groups, 5 photos (1 missing)"));
+  const std::string page = (dir / "review.html").string();
+  const SRun written = run({"dups", library, "--html", page});
+  ASSERT_EQ(written.status, 0) << written.err;
+  EXPECT_THAT(written.out, ::testing::HasSubstr("2 groups, 5 photos (1 missing)"));
 
   const fs::path screenshot = fs::path(ORVANE_ARTEFACT_DIR) / "review-page.png";
   fs::remove(screenshot);
@@ -163,12 +123,12 @@ TEST_F(ReviewPageTest, BrowserShowsTheGroupsAndItsChoicesAreApplied) {
   std::ofstream(driven) << readFile(page) << kDriver;
   ASSERT_EQ(chromium({"--dump-dom"}, driven), 0);
   const std::string dom = readFile(dir / "chromium.out");
-  const std::size_t start = dom.find("<pre id=\"test-result\">");
-  ASSERT_NE(start, std::string::npos) << readFile(dir / "chromium.out.err");
-  const std::size_t from = start + std::strlen("<pre id=\"test-result\">");
-  const std::string base64 = dom.substr(from, dom.find("</pre>", from) - from);
+  const std::string tag = "<pre id=\"test-result\">";
+  const std::size_t from = dom.find(tag) + tag.size();
+  ASSERT_GT(from, tag.size()) << readFile(dir / "chromium.out.err");
   gsize length = 0;
-  guchar* decoded = g_base64_decode(base64.c_str(), &length);
+  guchar* decoded =
+      g_base64_decode(dom.substr(from, dom.find("</pre>", from) - from).c_str(), &length);
   const Json result = Json::parse(std::string(reinterpret_cast<char*>(decoded), length));
   g_free(decoded);
 
@@ -179,10 +139,9 @@ TEST_F(ReviewPageTest, BrowserShowsTheGroupsAndItsChoicesAreApplied) {
   for (const Json& width : result["thumbs"]) EXPECT_GT(width.get<int>(), 0);
   using Card = std::vector<std::string>;
   EXPECT_THAT(result["cards"].get<std::vector<Card>>(),
-              ElementsAre(Card{kept, "keep"}, Card{hostile, "move"},
-                          Card{(photos / "b-gone.png").string(), "missing"},
-                          Card{(photos / "b-small.jpg").string(), "move"},
-                          Card{(photos / "b.png").string(), "keep"}));
+              ::testing::ElementsAre(
+                  Card{kept, "keep"}, Card{hostile, "move"}, Card{photo("b-gone.png"), "missing"},
+                  Card{photo("b-small.jpg"), "move"}, Card{photo("b.png"), "keep"}));
   EXPECT_FALSE(result["injected"]);
   EXPECT_EQ(result["counts"]["groups"], "2");
   EXPECT_EQ(result["counts"]["photos"], "5");
@@ -194,25 +153,25 @@ TEST_F(ReviewPageTest, BrowserShowsTheGroupsAndItsChoicesAreApplied) {
   // The first group's ticks were turned over and only it is exported.
   const fs::path out = dir / "moved";
   const Json& choices = result["exported"];
-  ASSERT_TRUE(choices.is_object());
-  EXPECT_EQ(choices["groups"], Json::parse(R"([[{"path": )" + Json(kept).dump() +
-                                           R"(, "keep": false}, {"path": )" +
-                                           Json(hostile).dump() + R"(, "keep": true}]])"));
-  EXPECT_EQ(tool({"dups", library, "--html", page.string(), "--move-to", out.string()}), 2)
+  EXPECT_EQ(choices["groups"],
+            Json::parse(R"([[{"path": )" + Json(kept).dump() + R"(, "keep": false}, {"path": )" +
+                        Json(hostile).dump() + R"(, "keep": true}]])"));
+  EXPECT_EQ(run({"dups", library, "--html", page, "--move-to", out}).status, 2)
       << "a page is for looking before anything moves";
-  const fs::path choicesFile = dir / "choices.json";
+  const std::string choicesFile = (dir / "choices.json").string();
   std::ofstream(choicesFile) << choices.dump();
-  ASSERT_EQ(tool({"dups", library, "--apply", choicesFile.string(), "--move-to", out.string(),
-                  "--dry-run"}),
-            0);
+  const std::vector<std::string> apply = {"dups",      library,     "--apply",
+                                          choicesFile, "--move-to", out};
+  std::vector<std::string> dryRun = apply;
+  dryRun.push_back("--dry-run");
+  ASSERT_EQ(run(dryRun).status, 0);
   EXPECT_FALSE(fs::exists(out));
-  ASSERT_EQ(tool({"dups", library, "--apply", choicesFile.string(), "--move-to", out.string()}),
-            0)
-      << readFile(dir / "tool.out");
+  const SRun applied = run(apply);
+  ASSERT_EQ(applied.status, 0) << applied.err;
   EXPECT_FALSE(fs::exists(kept));
   EXPECT_TRUE(fs::exists(out / "a.png"));
   EXPECT_TRUE(fs::exists(hostile));
-  EXPECT_TRUE(fs::exists(photos / "b-small.jpg")) << "its group was not exported";
+  EXPECT_TRUE(fs::exists(photo("b-small.jpg"))) << "its group was not exported";
 }
 
 }  // namespace
