@@ -4,17 +4,9 @@
 // decodes at.
 #include "tools/orvane/PhotoDecoder.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <string>
-#include <vector>
-#include <vips/vips8>
+#include "tests/tools/ToolTest.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 vips::VImage ramp(int width, int height, int bands) {
   const vips::VImage xy = vips::VImage::xyz(width, height);
@@ -55,27 +47,12 @@ SBgrPhoto referenceDecode(const std::string& path) {
   return photo;
 }
 
-class PhotoDecoderTest : public ::testing::Test {
+class PhotoDecoderTest : public ToolTest {
  protected:
-  static void SetUpTestSuite() { session = new CDecoderSession("photo_decoder_test"); }
-  static void TearDownTestSuite() {
-    delete session;
-    session = nullptr;
-  }
-  void SetUp() override {
-    dir = fs::temp_directory_path() / ("orvane-decoder-test-" + std::to_string(getpid()));
-    fs::create_directories(dir);
-  }
-  void TearDown() override { fs::remove_all(dir); }
-
-  std::string save(const vips::VImage& image, const std::string& name) {
-    const fs::path path = dir / name;
-    image.write_to_file(path.c_str());
-    return path.string().substr(0, path.string().find('['));
-  }
-
+  // Set up as the tool sets it up.
+  static void SetUpTestSuite() { session = new CDecoderSession("tools_test"); }
+  static void TearDownTestSuite() { delete session; }
   static CDecoderSession* session;
-  fs::path dir;
 };
 
 CDecoderSession* PhotoDecoderTest::session = nullptr;

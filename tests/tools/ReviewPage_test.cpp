@@ -6,7 +6,9 @@
 #include <gmock/gmock.h>
 
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "tests/tools/ToolTest.h"
 
@@ -18,43 +20,40 @@ using Json = nlohmann::json;
 // Checks the page in a browser and writes what it found, as base64 JSON, into the DOM.
 const char kDriver[] = R"js(<script>
 (async () => {
-  const sleep = ms => new Promise(done => setTimeout(done, ms));
-  const thumbs = () => [...document.querySelectorAll('img.thumb')];
-  for (let i = 0; i < 100 && thumbs().some(t => !t.complete || t.naturalWidth === 0); ++i) {
-    await sleep(100);
-  }
-  const groups = () => [...document.querySelectorAll('section.group')];
+  const all = (selector, within = document) => [...within.querySelectorAll(selector)];
+  const press = key => document.dispatchEvent(new KeyboardEvent('keydown', {key}));
+  const loading = () => all('img.thumb').some(t => !t.complete || t.naturalWidth === 0);
+  for (let i = 0; i < 100 && loading(); ++i) await new Promise(done => setTimeout(done, 100));
   const r = {errors: []};
   window.addEventListener('error', e => r.errors.push(e.message));
-  Object.assign(r, {groups: groups().length, thumbs: thumbs().map(t => t.naturalWidth)});
-  r.cards = [...document.querySelectorAll('figure.photo')].map(
+  const groups = () => all('section.group');
+  r.groups = groups().length;
+  r.thumbs = all('img.thumb').map(t => t.naturalWidth);
+  r.cards = all('figure.photo').map(
       f => [f.querySelector('.path').textContent, f.querySelector('.mark').textContent.trim()]);
   r.injected = window.pwned === 1 || document.querySelector('img[src="x"]') !== null;
   r.counts = Object.assign({}, document.getElementById('counts').dataset);
-  for (const key of ['j', 'j']) document.dispatchEvent(new KeyboardEvent('keydown', {key}));
+  press('j');
+  press('j');
   r.current = groups().findIndex(g => g.classList.contains('current'));
-  for (const box of [...groups()[1].querySelectorAll('input.compare')].slice(-2)) {
-    box.click();
-  }
-  const panes = [...document.querySelectorAll('#viewer:not([hidden]) .pane img')];
-  r.compared = panes.map(img => [img.clientWidth, img.clientHeight]);
-  document.dispatchEvent(new KeyboardEvent('keydown', {key: 'Escape'}));
+  for (const box of all('input.compare', groups()[1]).slice(-2)) box.click();
+  r.compared = all('#viewer:not([hidden]) .pane img').map(i => [i.clientWidth, i.clientHeight]);
+  press('Escape');
   const slider = document.getElementById('score');
   slider.value = '0.001';
   slider.dispatchEvent(new Event('input'));
   r.shown = groups().filter(g => !g.hidden).length;
-  for (const box of groups()[0].querySelectorAll('span.mark + input')) box.click();
+  for (const box of all('span.mark + input', groups()[0])) box.click();
+  // The exported blob is caught here; the download itself would land in the user's folder.
   let blob = null;
   const objectUrl = URL.createObjectURL;
   URL.createObjectURL = made => { blob = made; return objectUrl(made); };
-  // The blob is caught above; the download itself would land in the user's folder.
   document.addEventListener('click', e => { if (e.target.download) e.preventDefault(); }, true);
   document.getElementById('export').click();
   r.exported = blob ? JSON.parse(await blob.text()) : null;
   return r;
 })().catch(e => ({failure: String(e)})).then(r => {
-  const out = document.createElement('pre');
-  out.id = 'test-result';
+  const out = Object.assign(document.createElement('pre'), {id: 'test-result'});
   out.textContent = btoa(unescape(encodeURIComponent(JSON.stringify(r))));
   document.body.append(out);
 });
@@ -67,22 +66,12 @@ class ReviewPageTest : public ToolTest {
   int chromium(const std::vector<std::string>& extra, const fs::path& page) {
     const fs::path profile = dir / ("browser" + std::to_string(++runs));
     fs::create_directories(profile);
-    std::vector<std::string> arguments{"timeout",
-                                       "-k",
-                                       "5",
-                                       "120",
-                                       "chromium",
-                                       "--headless",
-                                       "--no-sandbox",
-                                       "--disable-gpu",
-                                       "--disable-quic",
-                                       "--no-first-run",
-                                       "--disable-background-networking",
-                                       "--disable-component-update",
-                                       "--disable-sync",
-                                       "--user-data-dir=" + profile.string(),
-                                       "--window-size=1280,900",
-                                       "--virtual-time-budget=10000"};
+    std::istringstream flags(
+        "timeout -k 5 120 chromium --headless --no-sandbox --disable-gpu --disable-quic "
+        "--no-first-run --disable-background-networking --disable-component-update "
+        "--disable-sync --window-size=1280,900 --virtual-time-budget=10000");
+    std::vector<std::string> arguments(std::istream_iterator<std::string>(flags), {});
+    arguments.push_back("--user-data-dir=" + profile.string());
     arguments.insert(arguments.end(), extra.begin(), extra.end());
     arguments.push_back("file://" + page.string());
     return runProgram(arguments, dir / "chromium.out");
@@ -100,16 +89,14 @@ TEST_F(ReviewPageTest, BrowserShowsTheGroupsAndItsChoicesAreApplied) {
   fs::copy_file(kept, hostile);
   const vips::VImage second = scene(6, 1200, 900);
   save(second, "b.png");
-  save(second.resize(0.5), "b-small.jpg", "[Q=70]");
+  save(second.resize(0.5), "b-small.jpg[Q=70]");
   save(second, "b-gone.png");
   save(scene(3, 900, 1200), "c.png");
   index();
   fs::remove(photo("b-gone.png"));
 
   const std::string page = (dir / "review.html").string();
-  const SRun written = run({"dups", library, "--html", page});
-  ASSERT_EQ(written.status, 0) << written.err;
-  EXPECT_THAT(written.out, ::testing::HasSubstr("2 groups, 5 photos (1 missing)"));
+  expectRun({"dups", library, "--html", page}, 0, "2 groups, 5 photos (1 missing)");
 
   const fs::path screenshot = fs::path(ORVANE_ARTEFACT_DIR) / "review-page.png";
   fs::remove(screenshot);
@@ -135,8 +122,8 @@ TEST_F(ReviewPageTest, BrowserShowsTheGroupsAndItsChoicesAreApplied) {
   ASSERT_FALSE(result.contains("failure")) << result["failure"];
   EXPECT_EQ(result["errors"], Json::array());
   EXPECT_EQ(result["groups"], 2);
-  EXPECT_EQ(result["thumbs"].size(), 4u);
-  for (const Json& width : result["thumbs"]) EXPECT_GT(width.get<int>(), 0);
+  EXPECT_THAT(result["thumbs"].get<std::vector<int>>(),
+              ::testing::AllOf(::testing::SizeIs(4), ::testing::Each(::testing::Gt(0))));
   using Card = std::vector<std::string>;
   EXPECT_THAT(result["cards"].get<std::vector<Card>>(),
               ::testing::ElementsAre(
@@ -156,18 +143,13 @@ TEST_F(ReviewPageTest, BrowserShowsTheGroupsAndItsChoicesAreApplied) {
   EXPECT_EQ(choices["groups"],
             Json::parse(R"([[{"path": )" + Json(kept).dump() + R"(, "keep": false}, {"path": )" +
                         Json(hostile).dump() + R"(, "keep": true}]])"));
-  EXPECT_EQ(run({"dups", library, "--html", page, "--move-to", out}).status, 2)
-      << "a page is for looking before anything moves";
+  // A page is for looking before anything moves.
+  expectRun({"dups", library, "--html", page, "--move-to", out}, 2);
   const std::string choicesFile = (dir / "choices.json").string();
   std::ofstream(choicesFile) << choices.dump();
-  const std::vector<std::string> apply = {"dups",      library,     "--apply",
-                                          choicesFile, "--move-to", out};
-  std::vector<std::string> dryRun = apply;
-  dryRun.push_back("--dry-run");
-  ASSERT_EQ(run(dryRun).status, 0);
+  expectRun({"dups", library, "--apply", choicesFile, "--move-to", out, "--dry-run"}, 0);
   EXPECT_FALSE(fs::exists(out));
-  const SRun applied = run(apply);
-  ASSERT_EQ(applied.status, 0) << applied.err;
+  expectRun({"dups", library, "--apply", choicesFile, "--move-to", out}, 0);
   EXPECT_FALSE(fs::exists(kept));
   EXPECT_TRUE(fs::exists(out / "a.png"));
   EXPECT_TRUE(fs::exists(hostile));
