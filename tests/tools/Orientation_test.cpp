@@ -1,22 +1,8 @@
 #include "tools/orvane/Orientation.h"
 
-#include <gtest/gtest.h>
-
-#include <vips/vips8>
+#include "tests/tools/ToolTest.h"
 
 namespace {
-
-SBgrPhoto fromVips(const vips::VImage& image) {
-  size_t size = 0;
-  void* bytes = image.write_to_memory(&size);
-  SBgrPhoto photo;
-  photo.width = image.width();
-  photo.height = image.height();
-  photo.pixels.assign(static_cast<unsigned char*>(bytes),
-                      static_cast<unsigned char*>(bytes) + size);
-  g_free(bytes);
-  return photo;
-}
 
 // Against libvips' own mirror and turns, on photos of awkward sizes where every pixel differs.
 TEST(OrientationTest, EachOrientationAsLibvipsMakesItAndBackAgain) {
@@ -26,17 +12,16 @@ TEST(OrientationTest, EachOrientationAsLibvipsMakesItAndBackAgain) {
     const vips::VImage xy = vips::VImage::xyz(width, height);
     const vips::VImage image =
         (xy[0] * 13 + xy[1] * 7).bandjoin(xy[1] * 5).bandjoin(xy[0] * 3).cast(VIPS_FORMAT_UCHAR);
-    const SBgrPhoto photo = fromVips(image);
+    const SBgrPhoto photo = pixelsOf(image);
     SBgrPhoto turned;
     SBgrPhoto back;
     for (int i = 0; i < kOrientations; ++i) {
       const SOrientation orientation = orientationNumber(i);
       SCOPED_TRACE(std::to_string(width) + "x" + std::to_string(height) + " " + orientation.name());
       const vips::VImage mirrored = orientation.mirrored ? image.fliphor() : image;
-      const SBgrPhoto expected = fromVips(mirrored.rot(turns[orientation.quarterTurns]));
+      const SBgrPhoto expected = pixelsOf(mirrored.rot(turns[orientation.quarterTurns]));
       orientPhoto(photo, orientation, &turned);
-      EXPECT_EQ(turned.width, expected.width);
-      EXPECT_EQ(turned.height, expected.height);
+      EXPECT_EQ(std::pair(turned.width, turned.height), std::pair(expected.width, expected.height));
       EXPECT_EQ(turned.pixels, expected.pixels);
       orientPhoto(turned, orientation.inverse(), &back);
       EXPECT_EQ(back.pixels, photo.pixels);

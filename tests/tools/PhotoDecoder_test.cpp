@@ -1,7 +1,6 @@
 // The decoder against a plain libvips decode of the whole file (turned, made sRGB, flattened
-// over white, cut to three 8-bit bands, channels swapped one pixel at a time): the same
-// pixels, bit for bit, on awkward widths and kinds of file; and the sizes that fast mode
-// decodes at.
+// over white, cut to three 8-bit bands in blue, green, red order): the same pixels, bit for
+// bit, on awkward widths and kinds of file; and the sizes that fast mode decodes at.
 #include "tools/orvane/PhotoDecoder.h"
 
 #include "tests/tools/ToolTest.h"
@@ -35,27 +34,14 @@ SBgrPhoto referenceDecode(const std::string& path) {
         vips::VImage::option()->set("background", std::vector<double>{255.0, 255.0, 255.0}));
   }
   if (image.bands() > 3) image = image.extract_band(0, vips::VImage::option()->set("n", 3));
-  image = image.cast(VIPS_FORMAT_UCHAR);
-  size_t size = 0;
-  unsigned char* rgb = static_cast<unsigned char*>(image.write_to_memory(&size));
-  SBgrPhoto photo;
-  photo.width = image.width();
-  photo.height = image.height();
-  photo.pixels.assign(rgb, rgb + size);
-  g_free(rgb);
-  for (size_t i = 0; i + 2 < size; i += 3) std::swap(photo.pixels[i], photo.pixels[i + 2]);
-  return photo;
+  return pixelsOf(vips::VImage::bandjoin({image[2], image[1], image[0]}).cast(VIPS_FORMAT_UCHAR));
 }
 
 class PhotoDecoderTest : public ToolTest {
  protected:
   // Set up as the tool sets it up.
-  static void SetUpTestSuite() { session = new CDecoderSession("tools_test"); }
-  static void TearDownTestSuite() { delete session; }
-  static CDecoderSession* session;
+  static void SetUpTestSuite() { static CDecoderSession session("tools_test"); }
 };
-
-CDecoderSession* PhotoDecoderTest::session = nullptr;
 
 TEST_F(PhotoDecoderTest, FullDecodeGivesThePixelsOfAPlainDecode) {
   const vips::VImage photo = srgb(ramp(1201, 901, 3));
@@ -101,7 +87,6 @@ TEST_F(PhotoDecoderTest, FastDecodeKeepsTheLongerSideAtTheBound) {
       {"at-the-bound.jpg", 2048, 1000, 1, 1024, 500},
       {"just-below.jpg", 2047, 1000, 1, 2047, 1000},  // half of it would be 1023
       {"panorama.jpg", 9000, 600, 1, 1125, 75},       // at most 1/8
-      {"small.jpg", 800, 600, 1, 800, 600},
       {"camera.webp", 4000, 3000, 1, 2000, 1500},
       {"camera.png", 2100, 1100, 1, 2100, 1100},  // no shortcut for PNG
   };

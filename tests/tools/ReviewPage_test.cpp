@@ -60,25 +60,7 @@ const char kDriver[] = R"js(<script>
 </script>
 )js";
 
-class ReviewPageTest : public ToolTest {
- protected:
-  // Chromium headless on a page from disk, with a fresh profile and nothing from the network.
-  int chromium(const std::vector<std::string>& extra, const fs::path& page) {
-    const fs::path profile = dir / ("browser" + std::to_string(++runs));
-    fs::create_directories(profile);
-    std::istringstream flags(
-        "timeout -k 5 120 chromium --headless --no-sandbox --disable-gpu --disable-quic "
-        "--no-first-run --disable-background-networking --disable-component-update "
-        "--disable-sync --window-size=1280,900 --virtual-time-budget=10000");
-    std::vector<std::string> arguments(std::istream_iterator<std::string>(flags), {});
-    arguments.push_back("--user-data-dir=" + profile.string());
-    arguments.insert(arguments.end(), extra.begin(), extra.end());
-    arguments.push_back("file://" + page.string());
-    return runProgram(arguments, dir / "chromium.out");
-  }
-
-  int runs = 0;
-};
+using ReviewPageTest = ToolTest;
 
 TEST_F(ReviewPageTest, BrowserShowsTheGroupsAndItsChoicesAreApplied) {
   const std::string kept = save(scene(1, 1200, 900), "a.png");
@@ -92,30 +74,34 @@ TEST_F(ReviewPageTest, BrowserShowsTheGroupsAndItsChoicesAreApplied) {
   save(second.resize(0.5), "b-small.jpg[Q=70]");
   save(second, "b-gone.png");
   save(scene(3, 900, 1200), "c.png");
-  index();
+  run({"index", library, photos}, 0);
   fs::remove(photo("b-gone.png"));
 
   const std::string page = (dir / "review.html").string();
-  expectRun({"dups", library, "--html", page}, 0, "2 groups, 5 photos (1 missing)");
-
-  const fs::path screenshot = fs::path(ORVANE_ARTEFACT_DIR) / "review-page.png";
-  fs::remove(screenshot);
-  if (chromium({"--screenshot=" + screenshot.string()}, page) != 0 || !fs::exists(screenshot)) {
-    GTEST_SKIP() << "Chromium cannot start here (scripts/install-deps.sh installs it): "
-                 << readFile(dir / "chromium.out.err");
-  }
-  std::printf("review page screenshot: %s\n", screenshot.c_str());
+  run({"dups", library, "--html", page}, 0, "2 groups, 5 photos (1 missing)");
 
   const fs::path driven = dir / "driven.html";
   std::ofstream(driven) << readFile(page) << kDriver;
-  ASSERT_EQ(chromium({"--dump-dom"}, driven), 0);
-  const std::string dom = readFile(dir / "chromium.out");
+  // Headless on the page from disk, with a fresh profile and nothing from the network.
+  std::istringstream flags(
+      "timeout -k 5 120 chromium --headless --no-sandbox --disable-gpu --disable-quic "
+      "--no-first-run --disable-background-networking --disable-component-update "
+      "--disable-sync --window-size=1280,900 --virtual-time-budget=10000 --dump-dom");
+  std::vector<std::string> browser(std::istream_iterator<std::string>(flags), {});
+  browser.push_back("--user-data-dir=" + (dir / "browser").string());
+  browser.push_back("file://" + driven.string());
+  const std::string dom = dir / "dom";
+  if (runProgram(browser, dom) != 0) {
+    GTEST_SKIP() << "Chromium cannot start here (scripts/install-deps.sh installs it): "
+                 << readFile(dom + ".err");
+  }
+  const std::string dump = readFile(dom);
   const std::string tag = "<pre id=\"test-result\">";
-  const std::size_t from = dom.find(tag) + tag.size();
-  ASSERT_GT(from, tag.size()) << readFile(dir / "chromium.out.err");
+  const std::size_t from = dump.find(tag) + tag.size();
+  ASSERT_GT(from, tag.size()) << readFile(dom + ".err");
   gsize length = 0;
   guchar* decoded =
-      g_base64_decode(dom.substr(from, dom.find("</pre>", from) - from).c_str(), &length);
+      g_base64_decode(dump.substr(from, dump.find("</pre>", from) - from).c_str(), &length);
   const Json result = Json::parse(std::string(reinterpret_cast<char*>(decoded), length));
   g_free(decoded);
 
@@ -139,17 +125,16 @@ TEST_F(ReviewPageTest, BrowserShowsTheGroupsAndItsChoicesAreApplied) {
 
   // The first group's ticks were turned over and only it is exported.
   const fs::path out = dir / "moved";
-  const Json& choices = result["exported"];
-  EXPECT_EQ(choices["groups"],
+  EXPECT_EQ(result["exported"]["groups"],
             Json::parse(R"([[{"path": )" + Json(kept).dump() + R"(, "keep": false}, {"path": )" +
                         Json(hostile).dump() + R"(, "keep": true}]])"));
   // A page is for looking before anything moves.
-  expectRun({"dups", library, "--html", page, "--move-to", out}, 2);
+  run({"dups", library, "--html", page, "--move-to", out}, 2);
   const std::string choicesFile = (dir / "choices.json").string();
-  std::ofstream(choicesFile) << choices.dump();
-  expectRun({"dups", library, "--apply", choicesFile, "--move-to", out, "--dry-run"}, 0);
+  std::ofstream(choicesFile) << result["exported"].dump();
+  run({"dups", library, "--apply", choicesFile, "--move-to", out, "--dry-run"}, 0);
   EXPECT_FALSE(fs::exists(out));
-  expectRun({"dups", library, "--apply", choicesFile, "--move-to", out}, 0);
+  run({"dups", library, "--apply", choicesFile, "--move-to", out}, 0);
   EXPECT_FALSE(fs::exists(kept));
   EXPECT_TRUE(fs::exists(out / "a.png"));
   EXPECT_TRUE(fs::exists(hostile));

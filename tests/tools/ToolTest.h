@@ -16,6 +16,7 @@
 
 #include "tests/support/ReadFile.h"
 #include "tests/support/RunProgram.h"
+#include "tools/orvane/PhotoDecoder.h"
 
 struct SRun {
   int status;
@@ -40,6 +41,18 @@ inline vips::VImage scene(int seed, int width, int height) {
       .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
 }
 
+// The pixels of an 8-bit image as they lie in memory.
+inline SBgrPhoto pixelsOf(const vips::VImage& image) {
+  size_t size = 0;
+  unsigned char* bytes = static_cast<unsigned char*>(image.write_to_memory(&size));
+  SBgrPhoto photo;
+  photo.width = image.width();
+  photo.height = image.height();
+  photo.pixels.assign(bytes, bytes + size);
+  g_free(bytes);
+  return photo;
+}
+
 class ToolTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() { ASSERT_EQ(VIPS_INIT("tools_test"), 0); }
@@ -61,30 +74,20 @@ class ToolTest : public ::testing::Test {
     EXPECT_FALSE(error) << error.message();
   }
 
-  // Without a shell, so that any file name passes as it is.
-  SRun run(std::vector<std::string> arguments) const {
-    arguments.insert(arguments.begin(), ORVANE_TOOL);
-    const std::string out = (dir / "stdout").string();
-    const int status = runProgram(arguments, out);
-    return {status, readFile(out), readFile(out + ".err")};
-  }
-
-  // The run, after checking its exit status and that its output and its errors hold the texts.
-  SRun expectRun(const std::vector<std::string>& arguments, int status, const std::string& out = "",
-                 const std::string& err = "") const {
+  // The tool run without a shell, so that any file name passes as it is, after checking its
+  // exit status and that its output and its errors hold the texts.
+  SRun run(std::vector<std::string> arguments, int status, const std::string& out = "",
+           const std::string& err = "") const {
     std::string line = "orvane";
     for (const std::string& argument : arguments) line += " " + argument;
     SCOPED_TRACE(line);
-    SRun ran = run(arguments);
+    arguments.insert(arguments.begin(), ORVANE_TOOL);
+    const std::string output = (dir / "stdout").string();
+    SRun ran{runProgram(arguments, output), readFile(output), readFile(output + ".err")};
     EXPECT_EQ(ran.status, status) << ran.err;
     EXPECT_THAT(ran.out, ::testing::HasSubstr(out));
     EXPECT_THAT(ran.err, ::testing::HasSubstr(err));
     return ran;
-  }
-
-  void index() const {
-    const SRun indexed = run({"index", library, photos});
-    ASSERT_EQ(indexed.status, 0) << indexed.err;
   }
 
   // Into the photo folder; the name may end in saving options ("a.jpg[Q=90]"), which the
