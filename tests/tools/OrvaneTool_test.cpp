@@ -187,7 +187,7 @@ TEST_F(OrvaneToolTest, UsageErrorsExitWithTwo) {
     std::string err;
   } cases[] = {{{}, 2, ""},
                {{"frobnicate"}, 2, "orvane: frobnicate is not a command"},
-               {{"find", library}, 2, ""},
+               {{"find", library, "x.jpg", "--near", "1000000"}, 3, "no such library"},
                {{"find", library, "x.jpg", "--near", "0"},
                 2,
                 "--near: must be a whole number from 1 to 1000000, not 0"},

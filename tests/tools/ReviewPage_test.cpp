@@ -40,7 +40,7 @@ const char kDriver[] = R"js(<script>
   r.compared = all('#viewer:not([hidden]) .pane img').map(i => [i.clientWidth, i.clientHeight]);
   press('Escape');
   const slider = document.getElementById('score');
-  slider.value = '0.001';
+  slider.value = '0';
   slider.dispatchEvent(new Event('input'));
   r.shown = groups().filter(g => !g.hidden).length;
   for (const box of all('span.mark + input', groups()[0])) box.click();
@@ -121,7 +121,7 @@ TEST_F(ReviewPageTest, BrowserShowsTheGroupsAndItsChoicesAreApplied) {
   EXPECT_EQ(result["current"], 1) << "two steps down";
   ASSERT_EQ(result["compared"].size(), 2u) << "side by side";
   EXPECT_EQ(result["compared"][0], result["compared"][1]) << "at the same size";
-  EXPECT_EQ(result["shown"], 1) << "only the identical copies score below 0.001";
+  EXPECT_EQ(result["shown"], 1) << "only the identical copies score 0, the lowest";
 
   // The first group's ticks were turned over and only it is exported.
   const fs::path out = dir / "moved";
