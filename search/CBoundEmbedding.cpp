@@ -170,9 +170,9 @@ double CBoundEmbedding::embed(const CPhotoVectors& photos, size_t position, floa
 // limit stays above it to the end.
 void CBoundEmbedding::laneDistances(const float* x, const float* groups, size_t count,
                                     size_t dims, const float* factors, float limit,
-                                    float* out) {
+                                    float* out, bool portable) {
 #if defined(ORVANE_SEARCH_AVX2)
-  if (haveAvx2()) {
+  if (!portable && haveAvx2()) {
     if (factors == nullptr) {
       laneDistancesAvx2<false>(x, groups, count, dims, factors, limit, out);
     } else {

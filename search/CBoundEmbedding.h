@@ -60,9 +60,11 @@ class CBoundEmbedding {
   // weighted entry by entry by `factors` (null: all 1), for `count` groups. A group whose rows
   // all lie above `limit` part way may stop there: its out values are then above `limit` too,
   // but not the distances. A float above the float nearest a double limit L is above L too,
-  // so callers may compare outs with L.
+  // so callers may compare outs with L. The vectorised form, where the processor has it, and
+  // the portable one give the same bits; `portable` asks for the latter.
   static void laneDistances(const float* x, const float* groups, size_t count, size_t dims,
-                            const float* factors, float limit, float* out);
+                            const float* factors, float limit, float* out,
+                            bool portable = false);
 
  private:
   struct SBlock {

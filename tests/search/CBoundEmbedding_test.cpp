@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <random>
+#include <vector>
 
 #include "search/CSearchEngine.h"
 #include "tests/search/Scenes.h"
@@ -57,6 +58,37 @@ TEST(BoundEmbeddingTest, BoundsStayBelowScoresAndTightWhereTilesAgree) {
       EXPECT_LE(bound, CBoundEmbedding::limit(score, mode)) << k << " mode " << mode;
       if (tight[k]) {
         EXPECT_GE(bound, 0.999 * score - 1e-6) << k << " mode " << mode;
+      }
+    }
+  }
+}
+
+// Both forms over rows of every size of entry, with and without factors: the same bits
+// without a limit, and the same rows above a limit that stops the vectorised form early.
+TEST(BoundEmbeddingTest, VectorisedAndPortableDistancesAgree) {
+  constexpr size_t kLanes = CBoundEmbedding::kLanes;
+  std::mt19937 random(3);
+  std::uniform_real_distribution<float> value(-2.0f, 2.0f);
+  for (size_t dims : {CBoundEmbedding::kDims, CBoundEmbedding::kMeanDims}) {
+    std::vector<float> x(dims), factors(dims), groups(3 * kLanes * dims);
+    for (float& v : x) v = value(random);
+    for (float& v : factors) v = std::fabs(value(random));
+    for (size_t k = 0; k < groups.size(); ++k) {
+      groups[k] = std::ldexp(value(random), static_cast<int>(k % 7) - 3);
+    }
+    for (const float* weights : {static_cast<const float*>(nullptr),
+                                 static_cast<const float*>(factors.data())}) {
+      for (float limit : {INFINITY, 20.0f}) {
+        float fast[3 * kLanes], portable[3 * kLanes];
+        CBoundEmbedding::laneDistances(x.data(), groups.data(), 3, dims, weights, limit, fast);
+        CBoundEmbedding::laneDistances(x.data(), groups.data(), 3, dims, weights, limit,
+                                       portable, true);
+        for (size_t k = 0; k < 3 * kLanes; ++k) {
+          if (portable[k] <= limit) {
+            EXPECT_EQ(fast[k], portable[k]) << dims << " " << k;
+          }
+          EXPECT_EQ(fast[k] <= limit, portable[k] <= limit) << dims << " " << k;
+        }
       }
     }
   }
