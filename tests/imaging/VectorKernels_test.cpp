@@ -126,9 +126,8 @@ TEST_F(VectorColumn, EveryOperationOnAwkwardShapes) {
 // One engine per column, fed the same photos in the same order: flat photos take the
 // enlargement path, which reads what earlier photos left in the gray image.
 TEST_F(VectorColumn, ExtractionRunsGiveTheSameVectors) {
-  const int photos[][4] = {{640, 480, 0, 0},   {300, 40, 1, 0}, {1000, 17, 3, 1}, {257, 255, 2, 2},
-                           {33, 77, 5, 0},     {7, 300, 1, 1},  {255, 5, 4, 2},   {16, 16, 0, 3},
-                           {1920, 1080, 7, 2}, {17, 257, 3, 0}};
+  const int photos[][4] = {{640, 480, 0, 0}, {300, 40, 1, 0}, {1000, 17, 3, 1},   {257, 255, 2, 2},
+                           {33, 77, 5, 0},   {7, 300, 1, 1},  {1920, 1080, 7, 2}, {16, 16, 0, 3}};
   std::vector<const SImagingColumn*> all = columns;
   all.insert(all.begin(), &kGenericColumn);
   std::vector<std::unique_ptr<CExtractorEngine>> engines;
