@@ -269,6 +269,7 @@ TEST_F(OrvaneToolTest, MoveToMovesTheOthersAndRecordsWhereTheyAre) {
   fs::copy_file(photo("second.png"), reference / "second.png");
   fs::copy_file(photo("third.jpg"), reference / "third.jpg");
   run({"index", library, reference}, 0);
+  run({"index", library, photo("copies")}, 0);  // moves keep the outer folder's layout
   const fs::path out = dir / "out";
   const auto dups = [&](std::initializer_list<std::string> more) {
     std::vector<std::string> arguments = {"dups", library, "--reference", reference, "--move-to"};
