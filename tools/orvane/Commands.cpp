@@ -1,13 +1,11 @@
 #include "tools/orvane/Commands.h"
 
 #include <orvane.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <limits>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -24,6 +22,7 @@
 #include "tools/orvane/CToolError.h"
 #include "tools/orvane/DuplicateGroups.h"
 #include "tools/orvane/DuplicatePlan.h"
+#include "tools/orvane/MemoryLimits.h"
 #include "tools/orvane/OrientedSearch.h"
 #include "tools/orvane/PhotoDecoder.h"
 #include "tools/orvane/ReviewChoices.h"
@@ -32,32 +31,6 @@
 namespace {
 
 using Json = nlohmann::json;
-
-// The kilobytes that a "/proc" status file gives under key, or nothing.
-std::optional<std::uint64_t> kilobytesOf(const char* file, const std::string& key) {
-  std::ifstream status(file);
-  std::string name;
-  std::uint64_t kilobytes = 0;
-  while (status >> name) {
-    if (name == key && status >> kilobytes) return kilobytes;
-    status.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
-  }
-  return std::nullopt;
-}
-
-// Bytes of memory the tool can still take: what the system has free, and no more than its
-// address-space limit (ulimit -v) leaves beside what it holds; nothing when neither says.
-std::optional<std::uint64_t> availableMemory() {
-  std::optional<std::uint64_t> available;
-  if (const auto free = kilobytesOf("/proc/meminfo", "MemAvailable:")) available = *free << 10;
-  rlimit limit{};
-  const auto held = kilobytesOf("/proc/self/status", "VmSize:");
-  if (getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY && held) {
-    const std::uint64_t left = limit.rlim_cur > (*held << 10) ? limit.rlim_cur - (*held << 10) : 0;
-    available = std::min(available.value_or(left), left);
-  }
-  return available;
-}
 
 // Every photo of the library in a search engine, refused before any work when it cannot fit
 // in memory. Photos whose signatures cannot be read are reported and left out.
