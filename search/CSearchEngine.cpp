@@ -80,6 +80,12 @@ void onThreads(unsigned threads, const Work& work) {
   if (failure) std::rethrow_exception(failure);
 }
 
+// Runs work(begin, end) on `parts` threads, each over its share of groups 0..groups-1.
+template <typename Work>
+void onShares(unsigned parts, size_t groups, const Work& work) {
+  onThreads(parts, [&](unsigned t) { work(groups * t / parts, groups * (t + 1) / parts); });
+}
+
 // Runs work(item, out) for items 0..count-1 on `threads` threads, each collecting into its
 // own list; work returns the photos the item covered, of `photos` in all. Calls progress from
 // this thread while they run. Returns the lists joined.
@@ -133,11 +139,9 @@ CSearchEngine::CSearchEngine(CPhotoVectors photos, unsigned threads)
   // Rows on all threads: the embedding is the bulk of the set-up. The first parts wait for
   // the key order; the second parts stay in position order.
   // Each thread takes whole groups of kLanes, so that no two write one cache line.
-  const size_t groups = (count + kLanes - 1) / kLanes;
-  onThreads(this->threads, [&](unsigned t) {
+  onShares(this->threads, (count + kLanes - 1) / kLanes, [&](size_t begin, size_t end) {
     float row[CBoundEmbedding::kRowDims];
-    const size_t end = std::min(count, groups * (t + 1) / this->threads * kLanes);
-    for (size_t i = groups * t / this->threads * kLanes; i < end; ++i) {
+    for (size_t i = begin * kLanes; i < std::min(count, end * kLanes); ++i) {
       bounded[i] = embedding.embed(vectors, i, row) <= CBoundEmbedding::kMaxMass;
       std::copy(row, row + kDims, &allRows[i * kDims]);
       float* group = &meanLanes[i / kLanes * kLanes * kMeanDims];
@@ -451,8 +455,7 @@ std::vector<SPhotoMatch> CSearchEngine::nearest(const CPhotoVectors& queries, si
   };
   // Runs work(begin, end) over groups of kLanes photos or rows, split between the threads.
   const auto inParts = [this](size_t groups, const auto& work) {
-    const unsigned parts = groups < kParallelPhotos / kLanes ? 1 : threads;
-    onThreads(parts, [&](unsigned t) { work(groups * t / parts, groups * (t + 1) / parts); });
+    onShares(groups < kParallelPhotos / kLanes ? 1 : threads, groups, work);
   };
   scoreAll(unbounded.data(), unbounded.size());
   // Each bounded photo's bound by position; NaN for the photos already scored.
